@@ -1,0 +1,88 @@
+// Server-side helpers shared by every entry point: the error report, reading
+// int4[] arguments in place, and building int4[] results.
+//
+// This is the one header that brings in the server's headers (inside extern "C",
+// postgres.h first); the server-free headers come before them, because the
+// server's port.h redefines printf and friends for whatever follows it.
+#pragma once
+
+#include "qnPgRangeArray.h"
+#include "qnPgVector.h"
+
+// PostgreSQL 13 leaves PGDLLEXPORT empty; the module is built with hidden
+// visibility, so the SQL-callable symbols are exported explicitly.
+#define PGDLLEXPORT __attribute__((visibility("default")))
+
+extern "C" {
+#include "postgres.h"
+
+#include "catalog/pg_type.h"
+#include "fmgr.h"
+#include "utils/array.h"
+}
+
+// Declares an SQL-callable version-1 function with C linkage and exports both it
+// and its information record (PostgreSQL 13's PG_FUNCTION_INFO_V1 exports only the
+// record).
+#define QN_FUNCTION_INFO_V1(funcname)                      \
+    extern "C" PGDLLEXPORT Datum funcname(PG_FUNCTION_ARGS); \
+    extern "C" {                                           \
+    PG_FUNCTION_INFO_V1(funcname);                         \
+    }
+
+namespace qn::pg {
+
+template <typename T>
+using PgVector = tVector<T, palloc, pfree>;
+using RangeInt = qn::pgRangeArray::Range<int32>;
+using PgRangeVector = PgVector<RangeInt>;
+
+// Raises an ERROR with the given SQLSTATE and message (none when fmt is null),
+// reported from `file`, `line` and the function-name string `function`.
+// Never returns: the server unwinds with longjmp, so no destructor between the
+// call and the server's handler runs.
+[[noreturn]] void raiseError(int sqlstate, const char* file, int line, const char* function, const char* fmt,
+                             ...) pg_attribute_printf(5, 6);
+
+// The elements of an int4[] argument, read in place. An array that is not
+// one-dimensional, carries a null bitmap, or whose payload is shorter than its
+// declared length is read as empty.
+struct Int4Elements {
+    const int32* data;
+    int32 count;
+
+    const RangeInt* rangesBegin() const { return reinterpret_cast<const RangeInt*>(data); }
+    const RangeInt* rangesEnd() const { return rangesBegin() + count / 2; }
+};
+
+inline Int4Elements readInt4Elements(const ArrayType* array) {
+    if (ARR_NDIM(array) != 1 || ARR_HASNULL(array)) return {nullptr, 0};
+    const int32 count = ARR_DIMS(array)[0];
+    const size_t payload = VARSIZE(array) - ARR_OVERHEAD_NONULLS(1);
+    if (count < 0 || static_cast<size_t>(count) > payload / sizeof(int32)) return {nullptr, 0};
+    return {reinterpret_cast<const int32*>(ARR_DATA_PTR(array)), count};
+}
+
+// A zero-filled one-dimensional int4[] of n elements (lower bound 1, no null
+// bitmap), allocated in the current memory context; n = 0 gives the 24-byte
+// empty array. Raises 53200 with no message when no memory can be had.
+ArrayType* allocateResultArray(int32 n);
+
+// An int4[] holding a copy of n elements; `function` names the caller in the
+// "array overflow " error raised when n does not fit in int32.
+ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* function);
+
+// A range array ('r') holding the ranges of v, lower then upper.
+inline ArrayType* buildRangeArrayResult(const PgRangeVector& v, const char* function) {
+    return buildInt4Result(reinterpret_cast<const int32*>(v.data()), v.size() * 2, function);
+}
+
+}  // namespace qn::pg
+
+namespace qn::pgRangeArray {
+
+// The layout code of a form letter: 'r' 4, 's' 3, 'm' 5; any other character
+// raises 22015 "int4_agg array type should be 'r','s' or 'm'".
+uint32_t ArrayDataTypeFromChar(char c);
+
+}  // namespace qn::pgRangeArray

@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Checks the module's dynamic symbol table: the server's entry points, one
+# version-1 record and function per C function named in the install script,
+# the version accessors, and nothing else of the module's own.
+#   check_exports.sh MODULE.so INSTALL_SCRIPT.sql
+set -euo pipefail
+module=$1 script=$2
+exports=$(nm -D --defined-only "$module" | awk '{print $3}' | sort -u)
+fail=0
+expect() { grep -qx -- "$1" <<<"$exports" || { echo "missing export: $1"; fail=1; }; }
+
+expect Pg_magic_func
+expect _PG_init
+expect _PG_fini
+mapfile -t functions < <(grep -oE "^CREATE FUNCTION qn_[a-z0-9_A-Z]+" "$script" | awk '{print $3}' | sort -u)
+[ "${#functions[@]}" -gt 0 ] || { echo "no functions found in $script"; exit 1; }
+for f in "${functions[@]}"; do
+    expect "$f"
+    expect "pg_finfo_$f"
+done
+for accessor in GetMajor GetMinor GetRelease GetRevision GetYear GetMonth GetDescStringMajorMinor \
+                GetDescStringMajorMinorRelease GetDescStringMajorMinorReleaseRevision \
+                GetDescStringMajorMinorReleaseRevisionDate IsBeta IsDebug IsDev; do
+    grep -q "^_ZN26KelvarnPgRangeOperators4_07Version${#accessor}${accessor}E" <<<"$exports" \
+        || { echo "missing export: KelvarnPgRangeOperators4_0::Version::$accessor"; fail=1; }
+done
+# Anything else exported by the module is a leak of internal code.
+unexpected=$(grep -vE '^(Pg_magic_func|_PG_init|_PG_fini|(pg_finfo_)?qn_[A-Za-z0-9_]+|_ZN26KelvarnPgRangeOperators4_07Version.*|_init|_fini|_edata|_end|__bss_start)$' <<<"$exports" || true)
+if [ -n "$unexpected" ]; then echo "unexpected exports:"; echo "$unexpected"; fail=1; fi
+# Every exported SQL-callable function is declared in the install script.
+for f in $(grep -E '^qn_' <<<"$exports"); do
+    printf '%s\n' "${functions[@]}" | grep -qx "$f" || { echo "exported but not declared: $f"; fail=1; }
+done
+[ $fail -eq 0 ] && echo "exports ok: ${#functions[@]} SQL functions"
+exit $fail

@@ -1,0 +1,19 @@
+-- Arguments that are not normalised range arrays (unsorted, overlapping, reversed
+-- bounds, values at the int32 extremes) give some result, never a crash: every
+-- result is an even-length range array, and the server keeps answering.
+SET max_parallel_workers_per_gather = 0;
+SELECT setseed(0.1717);
+CREATE TEMP TABLE arbitrary AS
+SELECT c, ARRAY(SELECT CASE WHEN random() < 0.25
+                            THEN (ARRAY[-2147483648, -2147483647, -1, 0, 1, 2147483646, 2147483647])[1 + floor(random() * 7)::int]
+                            ELSE floor(random() * 41)::int - 20 END
+                FROM generate_series(1, 2 * floor(random() * 7)::int) WHERE c > 0) AS r
+FROM generate_series(1, 3000) AS c;
+SELECT count(*) AS pairs,
+       count(*) FILTER (WHERE cardinality(qn_int4range_union(a.r, b.r)) % 2 = 0) AS union_even,
+       count(*) FILTER (WHERE cardinality(qn_int4range_intersection(a.r, b.r)) % 2 = 0) AS intersection_even,
+       count(*) FILTER (WHERE cardinality(qn_int4range_exclusion(a.r, b.r)) % 2 = 0) AS exclusion_even,
+       count(qn_int4range_is_overlap(a.r, b.r)) AS overlap_answers,
+       count(qn_int4range_is_strictly_include(a.r, b.r)) AS inclusion_answers
+FROM arbitrary a JOIN arbitrary b ON b.c = a.c % 3000 + 1;
+SELECT 'still connected' AS status;

@@ -1,0 +1,191 @@
+// Growth, bulk copy and failure reporting of qn::pg::tVector.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "qnPgVector.h"
+
+namespace {
+
+using IntVec = qn::pg::tVector<int, malloc, free>;
+
+// Allocator whose calls are counted and which returns nullptr once `gBudget`
+// successful allocations have been handed out.
+int gBudget = 0;
+int gLive = 0;
+int gFrees = 0;
+void* budgetAlloc(size_t n) {
+    if (gBudget <= 0) return nullptr;
+    --gBudget;
+    ++gLive;
+    return std::malloc(n);
+}
+void budgetFree(void* p) {
+    --gLive;
+    ++gFrees;
+    std::free(p);
+}
+using BudgetVec = qn::pg::tVector<int, budgetAlloc, budgetFree>;
+
+std::vector<int> contents(const IntVec& v) { return std::vector<int>(v.begin(), v.end()); }
+
+TEST(VectorGrowth, DefaultCapacityDoublesFromOne) {
+    IntVec v;
+    EXPECT_EQ(v.capacity(), 1u);
+    EXPECT_EQ(v.size(), 0u);
+    EXPECT_TRUE(v.empty());
+    std::vector<uint64_t> caps;
+    for (int i = 0; i < 8; ++i) {
+        v.push_back(i * 10);
+        caps.push_back(v.capacity());
+    }
+    EXPECT_EQ(caps, (std::vector<uint64_t>{1, 2, 4, 4, 8, 8, 8, 8}));
+    EXPECT_EQ(contents(v), (std::vector<int>{0, 10, 20, 30, 40, 50, 60, 70}));
+    EXPECT_EQ(v.back(), 70);
+}
+
+TEST(VectorGrowth, HintZeroBehavesLikeOne) {
+    IntVec v(0);
+    EXPECT_EQ(v.capacity(), 1u);
+    ASSERT_NE(v.data(), nullptr);
+    for (int i = 1; i <= 3; ++i) v.push_back(i);
+    EXPECT_EQ(v.capacity(), 4u);
+    EXPECT_EQ(contents(v), (std::vector<int>{1, 2, 3}));
+}
+
+TEST(VectorGrowth, LargeHintDoublesOnlyWhenExceeded) {
+    IntVec v(1024);
+    for (int i = 0; i < 1024; ++i) v.push_back(i);
+    EXPECT_EQ(v.capacity(), 1024u);
+    v.push_back(1024);
+    EXPECT_EQ(v.capacity(), 2048u);
+    ASSERT_EQ(v.size(), 1025u);
+    for (int i = 0; i < 1025; ++i) ASSERT_EQ(v[i], i) << "element " << i << " lost during growth";
+}
+
+TEST(VectorGrowth, ResizeAndClearKeepTheBuffer) {
+    IntVec v;
+    for (int i = 0; i < 10; ++i) v.push_back(i);
+    const uint64_t cap = v.capacity();
+    int* data = v.data();
+    EXPECT_TRUE(v.resize(0));
+    EXPECT_EQ(v.size(), 0u);
+    EXPECT_EQ(v.capacity(), cap);
+    EXPECT_EQ(v.data(), data);
+    EXPECT_TRUE(v.resize(3));  // shrink then regrow within capacity keeps old bytes
+    EXPECT_EQ(contents(v), (std::vector<int>{0, 1, 2}));
+    EXPECT_TRUE(v.resize(100));
+    EXPECT_EQ(v.size(), 100u);
+    EXPECT_EQ(v.capacity(), 128u);
+    EXPECT_EQ(v[2], 2);
+    v.clear();
+    EXPECT_TRUE(v.empty());
+    EXPECT_EQ(v.capacity(), 128u);
+}
+
+TEST(VectorAppend, CopiesAfterExistingElements) {
+    IntVec v;
+    const int none[1] = {0};
+    v.append(none, none);  // empty span
+    EXPECT_EQ(v.size(), 0u);
+    EXPECT_EQ(v.capacity(), 1u);
+
+    v.push_back(-1);
+    const int src[] = {1, 2, 3, 4, 5};
+    v.append(src, src + 5);
+    EXPECT_EQ(contents(v), (std::vector<int>{-1, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(v.capacity(), 8u);
+    v.append(src + 3, src + 5);
+    EXPECT_EQ(contents(v), (std::vector<int>{-1, 1, 2, 3, 4, 5, 4, 5}));
+    EXPECT_EQ(v.capacity(), 8u);
+    v.append(src, src + 1);
+    EXPECT_EQ(v.capacity(), 16u);
+    EXPECT_EQ(contents(v), (std::vector<int>{-1, 1, 2, 3, 4, 5, 4, 5, 1}));
+}
+
+TEST(VectorSwapRelease, SwapExchangesAndReleaseRestarts) {
+    IntVec a, b;
+    for (int i = 0; i < 3; ++i) a.push_back(i);
+    b.push_back(42);
+    a.swap(b);
+    EXPECT_EQ(contents(a), (std::vector<int>{42}));
+    EXPECT_EQ(contents(b), (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(b.capacity(), 4u);
+    b.release();
+    EXPECT_EQ(b.size(), 0u);
+    EXPECT_EQ(b.capacity(), 0u);
+    EXPECT_EQ(b.data(), nullptr);
+    b.push_back(7);
+    EXPECT_EQ(contents(b), (std::vector<int>{7}));
+    EXPECT_EQ(b.capacity(), 1u);
+}
+
+TEST(VectorFailure, OutOfMemoryInConstructorAndGrowth) {
+    gLive = gFrees = 0;
+    {
+        gBudget = 0;  // the constructor's allocation already fails
+        testing::internal::CaptureStdout();
+        BudgetVec v;
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Out of memory\n");
+        EXPECT_EQ(v.data(), nullptr);
+        EXPECT_EQ(v.size(), 0u);
+        EXPECT_EQ(v.capacity(), 0u);
+        testing::internal::CaptureStdout();
+        v.push_back(1);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Out of memory\n");
+        EXPECT_EQ(v.size(), 0u);
+        gBudget = 1;  // allocation works again: the vector recovers
+        v.push_back(5);
+        ASSERT_EQ(v.size(), 1u);
+        EXPECT_EQ(v[0], 5);
+    }
+    EXPECT_EQ(gLive, 0);
+    {
+        gBudget = 2;  // constructor + first growth succeed, the second growth fails
+        BudgetVec v;
+        v.push_back(1);
+        v.push_back(2);
+        EXPECT_EQ(v.capacity(), 2u);
+        testing::internal::CaptureStdout();
+        v.push_back(3);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Out of memory\n");
+        EXPECT_EQ(v.size(), 0u);
+        EXPECT_EQ(v.capacity(), 0u);
+        EXPECT_EQ(v.data(), nullptr);
+        EXPECT_EQ(gLive, 0) << "the old buffer is released on failure";
+        const int src[] = {1, 2};
+        testing::internal::CaptureStdout();
+        v.append(src, src + 2);
+        EXPECT_FALSE(v.reserve(8));
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Out of memory\nOut of memory\n");
+        EXPECT_EQ(v.size(), 0u);
+    }
+    EXPECT_EQ(gLive, 0);
+    EXPECT_GT(gFrees, 0) << "buffers go back through the Free parameter";
+}
+
+TEST(VectorFailure, UnrepresentableSizeReportsOverflow) {
+    IntVec v;
+    for (int i = 0; i < 5; ++i) v.push_back(i);
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(v.resize(UINT64_MAX / 2));
+    EXPECT_FALSE(v.reserve(UINT64_MAX / 2));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "tSize overflow\ntSize overflow\n");
+    EXPECT_EQ(v.size(), 5u);
+    EXPECT_EQ(v.capacity(), 8u);
+    EXPECT_EQ(contents(v), (std::vector<int>{0, 1, 2, 3, 4}));
+
+    // One-byte elements: the doubling itself would wrap past 2^63.
+    qn::pg::tVector<char, malloc, free> c;
+    c.push_back('a');
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(c.resize(UINT64_MAX));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "tSize overflow\n");
+    EXPECT_EQ(c.size(), 1u);
+    EXPECT_EQ(c[0], 'a');
+}
+
+}  // namespace
