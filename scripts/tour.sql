@@ -1,0 +1,24 @@
+-- A short tour of kelvarn_range_operators.
+\set VERBOSITY default
+CREATE EXTENSION kelvarn_range_operators;
+SELECT extversion FROM pg_extension WHERE extname = 'kelvarn_range_operators';
+
+-- Range arrays: int4[] of [lower, upper] pairs, ascending and disjoint.
+SELECT qn_int4range_union('{1,3,10,12}', '{4,6,13,20}') AS "union";
+SELECT qn_int4range_intersection('{1,10}', '{3,4,6,7}') AS intersection;
+SELECT qn_int4range_exclusion('{1,10}', '{3,4,6,7}') AS exclusion;
+SELECT qn_int4range_is_overlap('{1,3}', '{4,6}') AS adjacent_overlap,
+       qn_int4range_is_overlap('{1,3}', '{3,6}') AS shared_overlap;
+SELECT qn_int4range_is_strictly_include('{2,3,7,8}', '{1,5,7,9}') AS included;
+
+-- NULL rules: union keeps the other side, exclusion keeps the left side.
+SELECT qn_int4range_union(NULL, '{4,6,1,2}') AS union_with_null,
+       qn_int4range_exclusion('{1,3}', NULL) AS minus_null,
+       qn_int4range_intersection('{1,3}', NULL) AS intersect_null;
+
+-- The empty set is a one-dimensional array of length 0.
+SELECT r, array_ndims(r) AS ndims, cardinality(r) AS length, pg_column_size(r) AS bytes
+FROM (SELECT qn_int4range_intersection('{1,4}', '{5,9}') AS r) AS empty;
+
+-- Odd-length range arrays are refused.
+SELECT qn_int4range_union('{1,2,3}', '{}');
