@@ -7,25 +7,17 @@
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${BUILD_DIR:-$root/build}
-open_psql=false
-[ "${1:-}" = "--psql" ] && open_psql=true
+# shellcheck source=scripts/lib.sh
+. "$root/scripts/lib.sh"
 
-bash "$root/scripts/setup.sh"
-BUILD_DIR="$build" bash "$root/scripts/build.sh" --target KelvarnPgRangeOperators4_0 >/dev/null
-if [ -w "$(/usr/lib/postgresql/13/bin/pg_config --pkglibdir)" ]; then
+prepare_module "$build"
+if [ -w "$("$PG13_BINDIR/pg_config" --pkglibdir)" ]; then
     cmake --install "$build" >/dev/null
-    echo "installed into the system's PostgreSQL 13 ($(/usr/lib/postgresql/13/bin/pg_config --pkglibdir))"
+    echo "installed into the system's PostgreSQL 13 ($("$PG13_BINDIR/pg_config" --pkglibdir))"
 fi
-
-env_file="$build/demo-cluster.env"
-"$root/scripts/pgcluster.sh" start "$build" "$env_file"
-trap '"$root/scripts/pgcluster.sh" stop "$env_file"' EXIT
-# shellcheck disable=SC1090
-. "$env_file"
-export PGHOST PGPORT PGUSER PGDATABASE=postgres
-psql=/usr/lib/postgresql/13/bin/psql
-"$psql" -X -q -v ON_ERROR_STOP=0 --echo-all -f "$root/scripts/tour.sql"
-if $open_psql; then
+start_throwaway_cluster "$build" demo
+"$PG13_BINDIR/psql" -X -q -v ON_ERROR_STOP=0 --echo-all -f "$root/scripts/tour.sql"
+if [ "${1:-}" = "--psql" ]; then
     echo "psql inside the throwaway cluster; \\q to leave (the cluster is then removed)"
-    "$psql" -X
+    "$PG13_BINDIR/psql" -X
 fi
