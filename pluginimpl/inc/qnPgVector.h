@@ -105,17 +105,6 @@ public:
         size_ = 0;
     }
 
-    void swap(tVector& other) {
-        tSize c = capacity_, s = size_;
-        T* d = data_;
-        capacity_ = other.capacity_;
-        size_ = other.size_;
-        data_ = other.data_;
-        other.capacity_ = c;
-        other.size_ = s;
-        other.data_ = d;
-    }
-
 private:
     static constexpr tSize kMaxElements = SIZE_MAX / sizeof(T);
 

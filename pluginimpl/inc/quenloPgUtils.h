@@ -1,9 +1,9 @@
 // Server-side helpers shared by every entry point: the error report, reading
 // int4[] arguments in place, and building int4[] results.
 //
-// This is the one header that brings in the server's headers (inside extern "C",
-// postgres.h first); the server-free headers come before them, because the
-// server's port.h redefines printf and friends for whatever follows it.
+// Entry-point sources reach the server's headers through this header (inside
+// extern "C", postgres.h first); the server-free headers come before them,
+// because the server's port.h redefines printf and friends for whatever follows.
 #pragma once
 
 #include "qnPgRangeArray.h"
