@@ -104,36 +104,32 @@ inline const Range<T>* partitionPoint(const Range<T>* first, const Range<T>* las
     return first;
 }
 
-// Merging append: r joins out's last range when it overlaps or touches it
-// (the gap r.lower - last.upper, wrapped to 32 bits and read as signed, is at
-// most 1), else it is appended. last.lower never changes.
+// True when r leaves at least one integer out after out's last range: the gap
+// r.lower - last.upper, wrapped to 32 bits and read as signed, exceeds 1.
+template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F>
+inline bool standsApart(const RangeVector<T, A, F>& out, const Range<T>& r) {
+    return out.empty() || wrapSub<T>(r.lower, out.back().upper) > 1;
+}
+
+// Merging append: r is appended when it stands apart, else it extends out's last
+// range (whose lower never changes).
 template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F>
 inline void mergeAppend(RangeVector<T, A, F>& out, const Range<T>& r) {
-    if (out.empty() || wrapSub<T>(r.lower, out.back().upper) > 1) {
+    if (standsApart(out, r)) {
         out.push_back(r);
-        return;
+    } else if (r.upper > out.back().upper) {
+        out.back().upper = r.upper;
     }
-    Range<T>& last = out.back();
-    if (r.upper > last.upper) last.upper = r.upper;
 }
 
 // Appends a normalised span to out. Only the leading ranges are merge-tested:
 // once one stands apart, the rest is copied in one go.
 template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F>
 void pushOrMerge(RangeVector<T, A, F>& out, const Range<T>* first, const Range<T>* last) {
-    if (first == last) return;
-    if (out.empty()) {
-        out.push_back(*first++);
-    } else {
-        for (;;) {
-            if (first == last) return;
-            const Range<T>& r = *first++;
-            if (wrapSub<T>(r.lower, out.back().upper) > 1) {
-                out.push_back(r);
-                break;
-            }
-            if (r.upper > out.back().upper) out.back().upper = r.upper;
-        }
+    while (first != last) {
+        const bool apart = standsApart(out, *first);
+        mergeAppend(out, *first++);
+        if (apart) break;
     }
     out.append(first, last);
 }
