@@ -1,31 +1,13 @@
--- Union, intersection and exclusion of range arrays.
+-- Union, intersection and exclusion of range arrays through SQL: a few known
+-- answers (the random comparison with plain SQL is in range_model), the null
+-- rules, the shapes that read as empty, and the odd-length error.
 \i sql/include/errors.psql
 
--- Adjacent and overlapping ranges merge; gaps stay.
-SELECT qn_int4range_union('{1,3}', '{4,6}') AS adjacent,
-       qn_int4range_union('{1,3}', '{5,6}') AS gap,
-       qn_int4range_union('{1,5}', '{1,9}') AS equal_lowers,
-       qn_int4range_union('{1,2,10,12}', '{3,5,13,20}') AS merged_from_both;
--- An empty side gives the other side as it is, normalised or not.
-SELECT qn_int4range_union('{4,6,1,2}', '{}') AS left_as_is,
-       qn_int4range_union('{}', '{4,6,1,2}') AS right_as_is;
--- Lowers more than 2^31 apart: selection follows the wrapped sign of their difference.
-SELECT qn_int4range_union('{-2000000000,-1999999990}', '{2000000000,2000000001}') AS wrapped_order;
-SELECT qn_int4range_union('{-2147483648,-2147483648}', '{-2147483647,2147483647}') AS full_span;
-
-SELECT qn_int4range_intersection('{1,10}', '{3,4,6,7}') AS inner_pieces,
-       qn_int4range_intersection('{1,5}', '{5,9}') AS single_point,
-       qn_int4range_intersection('{1,4}', '{5,9}') AS disjoint,
-       qn_int4range_intersection('{-10,-5,0,3,8,20}', '{-7,1,3,9}') AS crossing;
-SELECT qn_int4range_intersection('{-2147483648,2147483647}', '{-2147483648,-2147483648,2147483647,2147483647}')
-       AS extremes;
-
-SELECT qn_int4range_exclusion('{1,10}', '{3,4,6,7}') AS holes,
+SELECT qn_int4range_union('{1,2,10,12}', '{3,5,13,20}') AS merged_from_both,
+       qn_int4range_union('{4,6,1,2}', '{}') AS empty_side_as_is,
+       qn_int4range_union('{-2000000000,-1999999990}', '{2000000000,2000000001}') AS wrapped_order;
+SELECT qn_int4range_intersection('{-10,-5,0,3,8,20}', '{-7,1,3,9}') AS crossing,
        qn_int4range_exclusion('{1,3,5,10}', '{2,6}') AS spanning_two,
-       qn_int4range_exclusion('{1,10}', '{1,10}') AS self,
-       qn_int4range_exclusion('{1,10}', '{0,20}') AS covered,
-       qn_int4range_exclusion('{1,10}', '{11,20}') AS untouched;
-SELECT qn_int4range_exclusion('{5,6,8,9,20,30}', '{1,2,8,8}') AS tail_after_last,
        qn_int4range_exclusion('{-2147483648,2147483647}', '{0,0}') AS split_full_span;
 
 -- Null rules differ per function.
@@ -36,10 +18,10 @@ SELECT f, a, b, CASE f
 FROM unnest(ARRAY['union', 'intersection', 'exclusion']) AS f,
      (VALUES (NULL::int4[], NULL::int4[]), (NULL, '{4,6,1,2}'), ('{1,3}', NULL)) AS args(a, b)
 ORDER BY f, a NULLS FIRST, b NULLS FIRST;
--- A copied argument keeps the shape rules: odd length fails, two dimensions read as empty.
+-- A copied argument keeps the shape rules: odd length fails, two dimensions and nulls read as empty.
 SELECT pg_temp.try($$SELECT qn_int4range_union(NULL, '{1,2,3}')$$) AS union_null_odd,
-       pg_temp.try($$SELECT qn_int4range_exclusion('{1,2,3}', NULL)$$) AS exclusion_null_odd;
-SELECT qn_int4range_union(NULL, '{{1,2},{3,4}}') AS two_dims_copied,
+       pg_temp.try($$SELECT qn_int4range_exclusion('{1,2,3}', NULL)$$) AS exclusion_null_odd,
+       qn_int4range_union(NULL, '{{1,2},{3,4}}') AS two_dims_copied,
        qn_int4range_exclusion('{1,NULL}', NULL) AS nulls_copied;
 
 -- Odd lengths fail with 42804, whichever side; one report covers both.
@@ -51,11 +33,11 @@ ORDER BY f, a;
 SELECT qn_int4range_union('{1,2,3}', '{}');
 \echo :LAST_ERROR_SQLSTATE
 
--- Zero dimensions, two dimensions and NULL elements read as empty, without error.
+-- Zero dimensions, two dimensions and NULL elements read as empty, without error;
+-- lower bounds other than 1 do not matter.
 SELECT qn_int4range_union('{}', '{5,6}') AS zero_dims,
        qn_int4range_union('{{1,2},{3,4}}', '{5,6}') AS two_dims,
        qn_int4range_union('{1,NULL}', '{5,6}') AS with_null,
        qn_int4range_intersection('{{1,2,3},{4,5,6}}', '{1,9}') AS two_dims_odd,
-       qn_int4range_exclusion('{1,10}', '{NULL,NULL,NULL}') AS null_odd;
--- Lower bounds other than 1 do not matter.
-SELECT qn_int4range_union('[0:1]={1,3}'::int4[], '[5:6]={4,6}'::int4[]) AS other_lbounds;
+       qn_int4range_exclusion('{1,10}', '{NULL,NULL,NULL}') AS null_odd,
+       qn_int4range_union('[0:1]={1,3}'::int4[], '[5:6]={4,6}'::int4[]) AS other_lbounds;

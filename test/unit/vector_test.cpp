@@ -106,18 +106,6 @@ TEST(VectorAppend, CopiesAfterExistingElements) {
     EXPECT_EQ(contents(v), (std::vector<int>{-1, 1, 2, 3, 4, 5, 4, 5, 1}));
 }
 
-TEST(VectorRelease, FreesAndGrowsAgainFromOne) {
-    IntVec v;
-    for (int i = 0; i < 3; ++i) v.push_back(i);
-    v.release();
-    EXPECT_EQ(v.size(), 0u);
-    EXPECT_EQ(v.capacity(), 0u);
-    EXPECT_EQ(v.data(), nullptr);
-    v.push_back(7);
-    EXPECT_EQ(contents(v), (std::vector<int>{7}));
-    EXPECT_EQ(v.capacity(), 1u);
-}
-
 TEST(VectorFailure, OutOfMemoryInConstructorAndGrowth) {
     gLive = gFrees = 0;
     {
