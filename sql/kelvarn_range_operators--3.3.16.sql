@@ -32,3 +32,112 @@ CREATE FUNCTION qn_int4range_is_strictly_include(int4[], int4[]) RETURNS bool
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
 COMMENT ON FUNCTION qn_int4range_is_strictly_include(int4[], int4[]) IS
     'true when the first range array is a non-empty subset of the second; NULL when either is NULL';
+
+-- range expression aggregate
+--
+-- int4range_op_agg(word, operand ORDER BY ...) evaluates a bracketed set
+-- expression over range arrays, one operand per row, in the order the call's
+-- ORDER BY gives. The operation word: bits 0-1 the operation joining the operand
+-- to what came before (1 union, 2 intersection, 3 exclusion), bits 2-8 the number
+-- of groups closed before it, bits 9-15 the number of groups opened before it.
+-- The support functions take internal and cannot be called with user data.
+
+CREATE FUNCTION qn_int4range_op_transfn(internal, int4, int4[]) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4range_op_transfn(internal, int4, int4[]) IS
+    'transition of int4range_op_agg: applies one operand; a NULL word is an error, a NULL operand skips the row';
+
+CREATE FUNCTION qn_int4range_op_finalfn(internal) RETURNS int4[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4range_op_finalfn(internal) IS
+    'final function of int4range_op_agg: closes open groups and returns the range array; consumes the state';
+
+CREATE AGGREGATE int4range_op_agg(int4, int4[]) (
+    SFUNC = qn_int4range_op_transfn,
+    STYPE = internal,
+    FINALFUNC = qn_int4range_op_finalfn,
+    FINALFUNC_MODIFY = READ_WRITE,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE int4range_op_agg(int4, int4[]) IS
+    'range array of a bracketed set expression fed one (operation word, operand) row at a time; give the row order with ORDER BY';
+
+-- int4set_agg
+--
+-- Gathers integers, bound pairs or int4[] sets from many rows into one set,
+-- returned as a range array ('r'), a scalar set ('s') or a mix array ('m'). The
+-- first row fixes the forms. Runs in parallel: partial states travel as bytea.
+
+CREATE FUNCTION qn_int4set_agg_transfn_A(internal, int4, "char") RETURNS internal
+    AS 'MODULE_PATHNAME', 'qn_int4set_agg_transfn_A' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_transfn_A(internal, int4, "char") IS
+    'transition of int4set_agg(value, output form): adds one integer; NULL values are skipped';
+
+CREATE FUNCTION qn_int4set_agg_transfn_A(internal, int4, int4, "char") RETURNS internal
+    AS 'MODULE_PATHNAME', 'qn_int4set_agg_transfn_A' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_transfn_A(internal, int4, int4, "char") IS
+    'transition of int4set_agg(lower, upper, output form): adds one range; rows with a NULL bound are skipped';
+
+CREATE FUNCTION qn_int4set_agg_transfn_B(internal, "char", int4[], "char") RETURNS internal
+    AS 'MODULE_PATHNAME', 'qn_int4set_agg_transfn_B' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_transfn_B(internal, "char", int4[], "char") IS
+    'transition of int4set_agg(input form, set, output form): adds every member of an int4[] set';
+
+CREATE FUNCTION qn_int4set_agg_finalfn(internal) RETURNS int4[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_finalfn(internal) IS
+    'final function of int4set_agg: the set in the output form; consumes the state';
+
+CREATE FUNCTION qn_int4set_agg_combinefn(internal, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_combinefn(internal, internal) IS
+    'combine function of int4set_agg: a new state holding the union of two partial states';
+
+CREATE FUNCTION qn_int4set_agg_serialfn(internal) RETURNS bytea
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_serialfn(internal) IS
+    'serial function of int4set_agg: the forms and ranges of a partial state as bytea';
+
+CREATE FUNCTION qn_int4set_agg_deserialfn(bytea, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_deserialfn(bytea, internal) IS
+    'deserial function of int4set_agg: a partial state from its bytea form';
+
+CREATE AGGREGATE int4set_agg(int4, "char") (
+    SFUNC = qn_int4set_agg_transfn_A,
+    STYPE = internal,
+    FINALFUNC = qn_int4set_agg_finalfn,
+    FINALFUNC_MODIFY = READ_WRITE,
+    COMBINEFUNC = qn_int4set_agg_combinefn,
+    SERIALFUNC = qn_int4set_agg_serialfn,
+    DESERIALFUNC = qn_int4set_agg_deserialfn,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE int4set_agg(int4, "char") IS
+    'set of the integers of a column, as a range array (''r''), scalar set (''s'') or mix array (''m'')';
+
+CREATE AGGREGATE int4set_agg(int4, int4, "char") (
+    SFUNC = qn_int4set_agg_transfn_A,
+    STYPE = internal,
+    FINALFUNC = qn_int4set_agg_finalfn,
+    FINALFUNC_MODIFY = READ_WRITE,
+    COMBINEFUNC = qn_int4set_agg_combinefn,
+    SERIALFUNC = qn_int4set_agg_serialfn,
+    DESERIALFUNC = qn_int4set_agg_deserialfn,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE int4set_agg(int4, int4, "char") IS
+    'set of the ranges [lower, upper] of two columns, as a range array, scalar set or mix array';
+
+CREATE AGGREGATE int4set_agg("char", int4[], "char") (
+    SFUNC = qn_int4set_agg_transfn_B,
+    STYPE = internal,
+    FINALFUNC = qn_int4set_agg_finalfn,
+    FINALFUNC_MODIFY = READ_WRITE,
+    COMBINEFUNC = qn_int4set_agg_combinefn,
+    SERIALFUNC = qn_int4set_agg_serialfn,
+    DESERIALFUNC = qn_int4set_agg_deserialfn,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE int4set_agg("char", int4[], "char") IS
+    'union of int4[] sets given in one input form (''r'', ''s'', ''m''), as a range array, scalar set or mix array';

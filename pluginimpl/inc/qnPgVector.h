@@ -97,6 +97,18 @@ public:
     // Makes room for n elements without changing the size.
     bool reserve(tSize n) { return n <= capacity_ || grow(n); }
 
+    // Exchanges the contents (buffers, sizes, capacities) of two vectors.
+    void swap(tVector& other) {
+        const tSize c = capacity_, s = size_;
+        T* d = data_;
+        capacity_ = other.capacity_;
+        size_ = other.size_;
+        data_ = other.data_;
+        other.capacity_ = c;
+        other.size_ = s;
+        other.data_ = d;
+    }
+
     // Frees the buffer now; the vector is left empty with capacity 0 and grows again from 1.
     void release() {
         if (data_) Free(data_);

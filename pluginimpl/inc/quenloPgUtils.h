@@ -1,5 +1,6 @@
 // Server-side helpers shared by every entry point: the error report, reading
-// int4[] arguments in place, and building int4[] results.
+// int4[] arguments in place, building int4[] and bytea results, and the memory
+// context of an aggregate state.
 //
 // Entry-point sources reach the server's headers through this header (inside
 // extern "C", postgres.h first); the server-free headers come before them,
@@ -19,6 +20,7 @@ extern "C" {
 #include "catalog/pg_type.h"
 #include "fmgr.h"
 #include "utils/array.h"
+#include "utils/memutils.h"
 }
 
 // Declares an SQL-callable version-1 function with C linkage and exports both it
@@ -75,6 +77,59 @@ ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* functi
 // A range array ('r') holding the ranges of v, lower then upper.
 inline ArrayType* buildRangeArrayResult(const PgRangeVector& v, const char* function) {
     return buildInt4Result(reinterpret_cast<const int32*>(v.data()), v.size() * 2, function);
+}
+
+// A bytea with room for n payload bytes after its 4-byte length word, allocated
+// in the current memory context; the caller fills it from byte 4 on. Raises
+// 53200 with no message when no memory can be had.
+bytea* allocateBytea(uint64_t n);
+
+// Fetches or creates an aggregate's transition state and keeps the state's own
+// memory context current while it is in scope.
+//
+// T's first field is the MemoryContext that holds the state and everything
+// allocated for it; a new state is allocated zeroed in a fresh context, a child
+// of the aggregate context, whose identifier names the SQL function that made it
+// (so memory-context dumps show it). Dropping that context frees the whole state.
+// The caller's context comes back when the helper goes out of scope; an error
+// leaves by longjmp without running the destructor, and the server's error
+// recovery resets the current context itself.
+// Refuses a call from outside an aggregate (a NULL::internal from SQL), so no
+// state can be made with user data and no context is left without a parent.
+template <typename T>
+class AggCtxHelper {
+public:
+    AggCtxHelper(T*& state, FunctionCallInfo fcinfo, const char* identifier)
+        : created(state == nullptr), aggregateContext(nullptr), previousContext(CurrentMemoryContext) {
+        if (!AggCheckCallContext(fcinfo, &aggregateContext))
+            raiseError(ERRCODE_INTERVAL_FIELD_OVERFLOW, "pluginimpl/inc/quenloPgUtils", __LINE__, identifier,
+                       "%s called in non-aggregate context", identifier);
+        if (!created) {
+            MemoryContextSwitchTo(state->memoryContext);
+            return;
+        }
+        MemoryContext context = AllocSetContextCreateInternal(aggregateContext, "", ALLOCSET_DEFAULT_SIZES);
+        MemoryContextSetIdentifier(context, identifier);
+        MemoryContextSwitchTo(context);
+        state = static_cast<T*>(palloc0(sizeof(T)));
+        state->memoryContext = context;
+    }
+
+    ~AggCtxHelper() { MemoryContextSwitchTo(previousContext); }
+
+    AggCtxHelper(const AggCtxHelper&) = delete;
+    AggCtxHelper& operator=(const AggCtxHelper&) = delete;
+
+    const bool created;  // this call made the state: the caller initialises its own fields
+    MemoryContext aggregateContext;
+    const MemoryContext previousContext;
+};
+
+// Frees an aggregate state by deleting its context, which holds the state and all
+// its buffers; called by final functions, from the caller's context.
+template <typename T>
+void destroyAggregateState(T* state) {
+    MemoryContextDelete(state->memoryContext);
 }
 
 }  // namespace qn::pg

@@ -1,8 +1,16 @@
-// Set algebra over two range arrays: union, intersection, exclusion, overlap and
-// strict inclusion. Thin entry points over the kernels of qnPgRangeArray.h: the
-// arguments are read in place, never copied or sorted.
+// Set algebra over range arrays: the two-argument functions (union, intersection,
+// exclusion, overlap, strict inclusion), the range expression aggregate and the
+// int4set_agg aggregate. Thin entry points over the server-free kernels: arguments
+// are read in place, never copied or sorted.
+#include "qnPgRangeExpression.h"
+#include "qnPgRangeSetBuilder.h"
 #include "quenloPgUtils.h"
 
+extern "C" {
+#include "miscadmin.h"
+}
+
+using qn::pg::AggCtxHelper;
 using qn::pg::Int4Elements;
 using qn::pg::PgRangeVector;
 using qn::pg::RangeInt;
@@ -118,4 +126,298 @@ Datum qn_int4range_is_strictly_include(PG_FUNCTION_ARGS) {
     const RangeArguments args = readRangeArguments(fcinfo, "qn_int4range_is_strictly_include");
     PG_RETURN_BOOL(rangeListIncluded(args.a.rangesBegin(), args.a.rangesEnd(), args.b.rangesBegin(),
                                      args.b.rangesEnd()));
+}
+
+// ---------------------------------------------------------------------------
+// Range expression aggregate: one operand per row, joined by the operation word.
+
+namespace {
+
+struct Int4RangeOpData {
+    MemoryContext memoryContext;
+    qn::pgRangeArray::RangeExpression<palloc, pfree> expression;
+};
+
+// Raises the error of an evaluation step, if any.
+void raiseExpressionError(qn::pgRangeArray::ExpressionError error, int32 badOperation) {
+    using qn::pgRangeArray::ExpressionError;
+    switch (error) {
+        case ExpressionError::None: return;
+        case ExpressionError::CloseRoot:
+            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "closeGroup", "try to close root parenthesis group");
+        case ExpressionError::TooDeep:
+            QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, "addValue", "reach max parenthesis group depth");
+        case ExpressionError::OddOperand:
+            QN_ERROR(ERRCODE_DATATYPE_MISMATCH, "addValue", "array length should be even");
+        case ExpressionError::UnknownOperation:
+            QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, "addToCurrentGroup", "Unknown operation id %i", badOperation);
+    }
+}
+
+}  // namespace
+
+QN_FUNCTION_INFO_V1(qn_int4range_op_transfn)
+QN_FUNCTION_INFO_V1(qn_int4range_op_finalfn)
+
+// Transition: (state, operation word, operand). A NULL word is an error; a NULL
+// operand skips the row, its closes and opens included. Rows must arrive in
+// expression order.
+Datum qn_int4range_op_transfn(PG_FUNCTION_ARGS) {
+    if (PG_ARGISNULL(1))
+        QN_ERROR(ERRCODE_NO_DATA, "qn_int4range_op_transfn", "null operation is not now allowed");
+    auto* state = PG_ARGISNULL(0) ? nullptr : reinterpret_cast<Int4RangeOpData*>(PG_GETARG_POINTER(0));
+    AggCtxHelper<Int4RangeOpData> helper(state, fcinfo, "qn_int4range_op_transfn");
+    if (helper.created) state->expression.init();
+    if (PG_ARGISNULL(2)) PG_RETURN_POINTER(state);
+
+    ArrayType* operand = PG_GETARG_ARRAYTYPE_P(2);
+    const Int4Elements e = qn::pg::readInt4Elements(operand);
+    raiseExpressionError(state->expression.addOperand(static_cast<uint32>(PG_GETARG_INT32(1)), e.data, e.count),
+                         state->expression.badOperation);
+    PG_FREE_IF_COPY(operand, 2);
+    PG_RETURN_POINTER(state);
+}
+
+// Final: closes the groups left open and returns the root's range array (the
+// empty array when no row came); consumes the state.
+Datum qn_int4range_op_finalfn(PG_FUNCTION_ARGS) {
+    const char* function = "qn_int4range_op_finalfn";
+    auto* state = PG_ARGISNULL(0) ? nullptr : reinterpret_cast<Int4RangeOpData*>(PG_GETARG_POINTER(0));
+    if (!state) PG_RETURN_ARRAYTYPE_P(qn::pg::allocateResultArray(0));
+    MemoryContext caller = MemoryContextSwitchTo(state->memoryContext);
+    const qn::pgRangeArray::ExpressionError error = state->expression.finish();
+    MemoryContextSwitchTo(caller);
+    raiseExpressionError(error, state->expression.badOperation);
+    ArrayType* result = qn::pg::buildRangeArrayResult(state->expression.result(), function);
+    qn::pg::destroyAggregateState(state);
+    PG_RETURN_ARRAYTYPE_P(result);
+}
+
+// ---------------------------------------------------------------------------
+// int4set_agg: integers, bound pairs or whole sets from many rows into one set.
+
+namespace {
+
+// Row forms besides the three array layouts.
+enum InputForm : uint32 { InputValue = 1, InputBounds = 2 };
+
+using SetBuilder = qn::pgRangeArray::RangeSetBuilder<palloc, pfree>;
+
+struct Int4ToSetOpDataSet {
+    MemoryContext memoryContext;
+    uint32 inputType;   // the form of the rows, fixed by the first row; 0 = none yet
+    uint32 outputType;  // the array layout of the result
+    SetBuilder set;
+};
+
+Int4ToSetOpDataSet* setStateArgument(FunctionCallInfo fcinfo, int argno) {
+    return PG_ARGISNULL(argno) ? nullptr : reinterpret_cast<Int4ToSetOpDataSet*>(PG_GETARG_POINTER(argno));
+}
+
+// Merges pending insertions inside the state's own context.
+void flushSetState(Int4ToSetOpDataSet* state) {
+    MemoryContext caller = MemoryContextSwitchTo(state->memoryContext);
+    state->set.flush();
+    MemoryContextSwitchTo(caller);
+}
+
+// Adds the members of one array row. Arrays that are not one-dimensional or hold
+// NULLs are skipped; the element type is not checked.
+void addArrayRow(SetBuilder& set, uint32 inputType, const ArrayType* array) {
+    using namespace qn::pgRangeArray;
+    const Int4Elements e = qn::pg::readInt4Elements(array);
+    const int32* p = e.data;
+    const int32* const end = e.data + e.count;
+    switch (inputType) {
+        case ArrayDataTypeSet:
+            for (; p != end; ++p) set.insert({*p, *p});
+            return;
+        case ArrayDataTypeRangeArray:
+            if (e.count & 1)
+                QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addRange",
+                         "qn_int4set_agg_transfn input is not a range array");
+            for (; p != end; p += 2) set.insert({p[0], p[1]});
+            return;
+        case ArrayDataTypeMixArray:
+            if (p == end) return;
+            for (++p; p != end;) {  // the count word is skipped unread
+                if (*p >= 0) {
+                    set.insert({*p, *p});
+                    ++p;
+                    continue;
+                }
+                if (p + 1 == end)  // a range opener with no upper bound after it
+                    QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addRange",
+                             "qn_int4set_agg_transfn input is not a range array");
+                set.insert({*p & 0x7fffffff, p[1]});
+                p += 2;
+            }
+            return;
+        default:
+            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addRange", "qn_int4set_agg_transfn not implemented");
+    }
+}
+
+// Transition shared by both entry points. The first row fixes the input form
+// (A: value or bounds by the argument count; B: argument 1's letter) and the output
+// form (the last argument's letter); later rows' letters are not read again.
+Datum int4setAggTransition(FunctionCallInfo fcinfo, bool isB) {
+    Int4ToSetOpDataSet* state = setStateArgument(fcinfo, 0);
+    AggCtxHelper<Int4ToSetOpDataSet> helper(state, fcinfo, "qn_int4set_agg_transfn");
+    if (helper.created) state->set.ranges.reserve(1024);
+    const bool threeArguments = PG_NARGS() == 3;
+    if (state->inputType == 0) {
+        state->inputType = isB ? qn::pgRangeArray::ArrayDataTypeFromChar(PG_GETARG_CHAR(1))
+                               : (threeArguments ? InputValue : InputBounds);
+        state->outputType = qn::pgRangeArray::ArrayDataTypeFromChar(PG_GETARG_CHAR(threeArguments ? 2 : 3));
+    }
+    switch (state->inputType) {
+        case InputValue:
+            if (!PG_ARGISNULL(1)) state->set.insert({PG_GETARG_INT32(1), PG_GETARG_INT32(1)});
+            break;
+        case InputBounds:
+            if (!PG_ARGISNULL(1) && !PG_ARGISNULL(2)) state->set.insert({PG_GETARG_INT32(1), PG_GETARG_INT32(2)});
+            break;
+        default:
+            if (!PG_ARGISNULL(2)) {
+                ArrayType* array = PG_GETARG_ARRAYTYPE_P(2);
+                addArrayRow(state->set, state->inputType, array);
+                PG_FREE_IF_COPY(array, 2);
+            }
+            break;
+    }
+    PG_RETURN_POINTER(state);
+}
+
+// The set of a state in its output layout, built in the current context.
+ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
+    using namespace qn::pgRangeArray;
+    const char* function = "qn_int4set_agg_finalfn";
+    const auto& ranges = state->set.ranges;
+    switch (state->outputType) {
+        case ArrayDataTypeRangeArray:
+            return qn::pg::buildRangeArrayResult(ranges, function);
+        case ArrayDataTypeSet: {
+            const uint64 count = countMembers(ranges.begin(), ranges.end());
+            if (count > static_cast<uint64>(PG_INT32_MAX))
+                QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow");
+            ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(count));
+            writeMembers(ranges.begin(), ranges.end(), reinterpret_cast<int32*>(ARR_DATA_PTR(result)),
+                         [] { CHECK_FOR_INTERRUPTS(); });
+            return result;
+        }
+        case ArrayDataTypeMixArray: {
+            const uint64 count = mixArrayLength(ranges.begin(), ranges.end());
+            if (count > static_cast<uint64>(PG_INT32_MAX))
+                QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow");
+            ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(count));
+            if (count) writeMixArray(ranges.begin(), ranges.end(), reinterpret_cast<int32*>(ARR_DATA_PTR(result)));
+            return result;
+        }
+        default:
+            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "qn_int4set_agg_finalfn not implemented");
+    }
+}
+
+// Merges state x into s (the "addOtherCtx" step of combining): s takes x's forms
+// and a copy of its set when s is still blank; otherwise the forms must agree and
+// s becomes the union of both sets.
+void mergeSetState(Int4ToSetOpDataSet* s, Int4ToSetOpDataSet* x) {
+    flushSetState(x);
+    const auto& theirs = x->set.ranges;
+    if (s->inputType == 0) {
+        s->inputType = x->inputType;
+        s->outputType = x->outputType;
+        s->set.assign(theirs.begin(), theirs.end());
+        return;
+    }
+    if (x->inputType == 0) return;
+    if (x->inputType != s->inputType || x->outputType != s->outputType)
+        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
+    auto& ours = s->set.ranges;
+    const uint32 sum = static_cast<uint32>(ours.size() + theirs.size());
+    SetBuilder::Vector merged(sum ? sum : 1);
+    qn::pgRangeArray::computeUnion(ours.begin(), ours.end(), theirs.begin(), theirs.end(), merged);
+    ours.swap(merged);  // merged now owns the old buffer and frees it
+}
+
+}  // namespace
+
+QN_FUNCTION_INFO_V1(qn_int4set_agg_transfn_A)
+QN_FUNCTION_INFO_V1(qn_int4set_agg_transfn_B)
+QN_FUNCTION_INFO_V1(qn_int4set_agg_finalfn)
+QN_FUNCTION_INFO_V1(qn_int4set_agg_combinefn)
+QN_FUNCTION_INFO_V1(qn_int4set_agg_serialfn)
+QN_FUNCTION_INFO_V1(qn_int4set_agg_deserialfn)
+
+// Transition for value rows (state, v, out) and bound rows (state, lower, upper, out).
+Datum qn_int4set_agg_transfn_A(PG_FUNCTION_ARGS) { return int4setAggTransition(fcinfo, false); }
+
+// Transition for array rows (state, input form, array, output form).
+Datum qn_int4set_agg_transfn_B(PG_FUNCTION_ARGS) { return int4setAggTransition(fcinfo, true); }
+
+// Final: the set in the first row's output layout; consumes the state. No row at
+// all gives the empty array: no state, or under parallel aggregation a state
+// combined only from workers that saw no row (its forms never fixed).
+Datum qn_int4set_agg_finalfn(PG_FUNCTION_ARGS) {
+    Int4ToSetOpDataSet* state = setStateArgument(fcinfo, 0);
+    if (!state) PG_RETURN_ARRAYTYPE_P(qn::pg::allocateResultArray(0));
+    flushSetState(state);
+    ArrayType* result = state->inputType == 0 ? qn::pg::allocateResultArray(0) : buildSetResult(state);
+    qn::pg::destroyAggregateState(state);
+    PG_RETURN_ARRAYTYPE_P(result);
+}
+
+// Combine: a new state holding the union of both arguments (either may be NULL);
+// the arguments' sets are left as they were.
+Datum qn_int4set_agg_combinefn(PG_FUNCTION_ARGS) {
+    Int4ToSetOpDataSet* state = nullptr;
+    AggCtxHelper<Int4ToSetOpDataSet> helper(state, fcinfo, "qn_int4set_agg_combinefn");
+    for (int argno = 0; argno < 2; ++argno)
+        if (Int4ToSetOpDataSet* other = setStateArgument(fcinfo, argno)) mergeSetState(state, other);
+    PG_RETURN_POINTER(state);
+}
+
+// Serialise: the forms and the ranges as a bytea (NULL for no state).
+Datum qn_int4set_agg_serialfn(PG_FUNCTION_ARGS) {
+    Int4ToSetOpDataSet* state = setStateArgument(fcinfo, 0);
+    if (!state) PG_RETURN_NULL();
+    flushSetState(state);
+    const auto& ranges = state->set.ranges;
+    const uint64 size = qn::pgRangeArray::setStateSize(ranges.size());
+    bytea* result = qn::pg::allocateBytea(size - VARHDRSZ);
+    qn::pgRangeArray::writeSetState(reinterpret_cast<uint8*>(result), state->inputType, state->outputType,
+                                    ranges.begin(), ranges.end());
+    PG_RETURN_BYTEA_P(result);
+}
+
+// Deserialise: a new state from a serialised one; only argument 0 is read.
+Datum qn_int4set_agg_deserialfn(PG_FUNCTION_ARGS) {
+    using qn::pgRangeArray::SetStateError;
+    Int4ToSetOpDataSet* state = nullptr;
+    AggCtxHelper<Int4ToSetOpDataSet> helper(state, fcinfo, "qn_int4set_agg_deserialfn");
+    if (PG_ARGISNULL(0)) PG_RETURN_POINTER(state);
+    bytea* serialised = PG_GETARG_BYTEA_P(0);
+    const auto* bytes = reinterpret_cast<const uint8*>(serialised);
+    int32 inputType = 0, outputType = 0;
+    uint64 count = 0;
+    switch (qn::pgRangeArray::readSetState(bytes, VARSIZE(serialised), inputType, outputType, count)) {
+        case SetStateError::None: break;
+        case SetStateError::Empty:
+            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "fromBytea", "qn_int4set_agg_deserialfn empty bytea");
+        case SetStateError::FormsWithoutRanges:
+            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "fromBytea",
+                     "qn_int4set_agg_deserialfn range array should not be empty");
+        case SetStateError::RaggedRanges:
+            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "fromBytea",
+                     "qn_int4set_agg_deserialfn invalid range array size");
+    }
+    state->inputType = static_cast<uint32>(inputType);
+    state->outputType = static_cast<uint32>(outputType);
+    auto& ranges = state->set.ranges;
+    if (count && ranges.resize(count))
+        memcpy(ranges.data(), bytes + qn::pgRangeArray::kSetStateRangesOffset, count * sizeof(RangeInt));
+    state->set.direct = true;  // a list from elsewhere is trusted as it is
+    PG_FREE_IF_COPY(serialised, 0);
+    PG_RETURN_POINTER(state);
 }

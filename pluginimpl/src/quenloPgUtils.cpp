@@ -3,7 +3,6 @@
 
 extern "C" {
 #include "lib/stringinfo.h"
-#include "utils/memutils.h"
 }
 
 namespace {
@@ -51,6 +50,13 @@ ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* functi
         raiseError(ERRCODE_INTERVAL_FIELD_OVERFLOW, kUtilsSource, __LINE__, function, "array overflow ");
     ArrayType* result = allocateResultArray(static_cast<int32>(n));
     if (n) memcpy(ARR_DATA_PTR(result), elements, n * sizeof(int32));
+    return result;
+}
+
+bytea* allocateBytea(uint64_t n) {
+    auto* result = static_cast<bytea*>(palloc_extended(VARHDRSZ + n, MCXT_ALLOC_NO_OOM));
+    if (!result) raiseError(ERRCODE_OUT_OF_MEMORY, kUtilsSource, __LINE__, "allocateBytea", nullptr);
+    SET_VARSIZE(result, VARHDRSZ + n);
     return result;
 }
 

@@ -2,16 +2,26 @@
 SELECT current_setting('server_version_num')::int / 10000 AS server_major;
 SELECT extname, extversion FROM pg_extension WHERE extname = 'kelvarn_range_operators';
 
--- Every SQL function of the extension, with its null rule, volatility and
--- parallel safety, bound to the module under its own C name.
-SELECT p.oid::regprocedure AS function, p.proisstrict AS strict, p.provolatile AS volatility,
-       p.proparallel AS parallel, p.prosrc = p.proname AS c_name_matches
+-- Every C function of the extension, with its null rule, volatility, parallel
+-- safety and the module symbol it is bound to.
+CREATE TEMP VIEW extension_functions AS
+SELECT p.*
 FROM pg_proc p
 JOIN pg_depend d ON d.classid = 'pg_proc'::regclass AND d.objid = p.oid AND d.deptype = 'e'
-JOIN pg_extension e ON e.oid = d.refobjid AND e.extname = 'kelvarn_range_operators'
-ORDER BY 1::text;
+JOIN pg_extension e ON e.oid = d.refobjid AND e.extname = 'kelvarn_range_operators';
 
-SELECT count(*) AS functions_bound_to_module
+SELECT oid::regprocedure AS function, proisstrict AS strict, provolatile AS volatility,
+       proparallel AS parallel, prosrc AS symbol
+FROM extension_functions WHERE prokind = 'f'
+ORDER BY oid::regprocedure::text;
+
+-- The aggregates, their support functions, and whether they run in parallel.
+SELECT oid::regprocedure AS aggregate, a.aggtransfn, a.aggfinalfn, a.aggfinalmodify AS finalmodify,
+       a.aggcombinefn, a.aggserialfn, a.aggdeserialfn, proparallel AS parallel
+FROM extension_functions JOIN pg_aggregate a ON a.aggfnoid = oid
+ORDER BY oid::regprocedure::text;
+
+SELECT count(DISTINCT prosrc) AS c_functions_bound_to_module
 FROM pg_proc WHERE probin LIKE '%KelvarnPgRangeOperators4_0%';
 
 -- No operator of the extension shadows the server's own operators on int4[].

@@ -1,0 +1,86 @@
+-- int4range_op_agg: a bracketed set expression over range arrays, one operand per
+-- row. Operation word: bits 0-1 the operation (1 union, 2 intersection,
+-- 3 exclusion), bits 2-8 groups closed before the operand, bits 9-15 groups opened.
+\i sql/include/errors.psql
+
+CREATE FUNCTION pg_temp.word(op int, close int DEFAULT 0, open int DEFAULT 0) RETURNS int4
+    LANGUAGE sql IMMUTABLE AS $$ SELECT op | (close << 2) | (open << 9) $$;
+
+-- A ∩ (B ∪ C) \ D, and the same with the foundation's functions.
+SELECT int4range_op_agg(w, a ORDER BY ord) AS expression,
+       qn_int4range_exclusion(qn_int4range_intersection('{1,100}', qn_int4range_union('{10,20}', '{30,40}')),
+                              '{15,35}') AS by_functions
+FROM (VALUES (1, pg_temp.word(1), '{1,100}'::int4[]),
+             (2, pg_temp.word(2, open => 1), '{10,20}'),
+             (3, pg_temp.word(1), '{30,40}'),
+             (4, pg_temp.word(3, close => 1), '{15,35}')) t(ord, w, a);
+
+-- Per group, left to right, no precedence; a first intersection or exclusion meets
+-- the empty start; bits 16 and up are ignored; groups left open close at the end.
+SELECT int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'left_to_right') AS left_to_right,
+       int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'starts_empty') AS starts_empty,
+       int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'high_bits') AS high_bits,
+       int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'left_open') AS left_open
+FROM (VALUES ('left_to_right', 1, pg_temp.word(1), '{1,10}'::int4[]), ('left_to_right', 2, pg_temp.word(3), '{3,4}'),
+             ('left_to_right', 3, pg_temp.word(1), '{4,4}'), ('left_to_right', 4, pg_temp.word(2), '{2,8}'),
+             ('starts_empty', 1, pg_temp.word(2), '{1,10}'), ('starts_empty', 2, pg_temp.word(1), '{20,21}'),
+             ('high_bits', 1, pg_temp.word(1) | (7 << 16), '{1,10}'), ('high_bits', 2, pg_temp.word(3) | (-1 << 16), '{5,5}'),
+             ('left_open', 1, pg_temp.word(1), '{1,10}'), ('left_open', 2, pg_temp.word(3, open => 2), '{2,3}'),
+             ('left_open', 3, pg_temp.word(1), '{8,9}')) t(k, ord, w, a);
+
+-- NULL operands skip the whole row, closes and opens included; arrays that are not
+-- one-dimensional or hold NULLs are empty operands; no rows give the empty array.
+SELECT int4range_op_agg(w, a ORDER BY ord) AS null_row_skipped
+FROM (VALUES (1, pg_temp.word(1), '{1,10}'::int4[]), (2, pg_temp.word(3, open => 1), NULL),
+             (3, pg_temp.word(3, close => 1), NULL), (4, pg_temp.word(3), '{{2,3},{4,5}}'),
+             (5, pg_temp.word(3), '{2,NULL}'), (6, pg_temp.word(3), '{9,9}')) t(ord, w, a);
+SELECT r, pg_column_size(r) AS bytes, array_ndims(r) AS ndims
+FROM (SELECT int4range_op_agg(w, a) AS r FROM (VALUES (1, NULL::int4[])) t(w, a) WHERE false
+      UNION ALL SELECT int4range_op_agg(w, a) FROM (VALUES (pg_temp.word(1), NULL::int4[])) t(w, a)) q;
+
+-- Nesting: the root plus five groups, opened at once or row by row; one more fails.
+SELECT int4range_op_agg(w, a ORDER BY ord) AS five_at_once
+FROM (VALUES (1, pg_temp.word(1, open => 5), '{1,5}'::int4[]), (2, pg_temp.word(3, close => 5), '{3,3}')) t(ord, w, a);
+SELECT int4range_op_agg(pg_temp.word(1, open => 1), '{1,1}'::int4[] ORDER BY g) AS five_row_by_row
+FROM generate_series(1, 5) g;
+SELECT pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1, open => 6), '{1,1}'::int4[])$$) AS six_at_once,
+       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1, open => 1), '{1,1}'::int4[] ORDER BY g)
+                     FROM generate_series(1, 6) g$$) AS six_row_by_row;
+
+-- Errors.
+SELECT pg_temp.try($$SELECT int4range_op_agg(NULL, '{1,2}'::int4[])$$) AS null_word,
+       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1, close => 1), '{1,2}'::int4[])$$) AS close_root,
+       pg_temp.try($$SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES (1, pg_temp.word(1, open => 1), '{1,2}'::int4[]),
+                     (2, pg_temp.word(1, close => 2), '{5,6}')) t(o, w, a)$$) AS close_past_root,
+       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1), '{1,2,3}'::int4[])$$) AS odd_operand;
+-- Operation 0 fails when applied; opening with it is fine until its group closes.
+SELECT pg_temp.try($$SELECT int4range_op_agg(0, '{1,2}'::int4[])$$) AS zero_applied,
+       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(0, open => 1), '{1,2}'::int4[])$$) AS zero_closed_at_end,
+       pg_temp.try($$SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES (1, pg_temp.word(0, open => 1), '{1,2}'::int4[]),
+                     (2, pg_temp.word(1), '{5,6}')) t(o, w, a)$$) AS zero_open_then_union;
+SELECT pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1), '{1,2}'::int4[]) OVER () FROM generate_series(1, 2)$$) AS as_window;
+
+-- Random expressions: ((A op1 B) op2 (C op3 D)) op4 E, evaluated row by row and by
+-- nesting the two-argument functions.
+CREATE FUNCTION pg_temp.rand_ranges(n int) RETURNS int4[] LANGUAGE sql AS $$
+    SELECT coalesce(int4set_agg(lo, lo + len, 'r'), '{}')
+    FROM (SELECT (random() * 400)::int - 200 AS lo, (random() * 12)::int AS len FROM generate_series(1, n)) r
+$$;
+CREATE FUNCTION pg_temp.apply(op int, a int4[], b int4[]) RETURNS int4[] LANGUAGE sql AS $$
+    SELECT CASE op WHEN 1 THEN qn_int4range_union(a, b) WHEN 2 THEN qn_int4range_intersection(a, b)
+                   ELSE qn_int4range_exclusion(a, b) END
+$$;
+SELECT setseed(0.125);
+CREATE TEMP TABLE cases AS
+SELECT c, (random() * 2)::int + 1 AS op1, (random() * 2)::int + 1 AS op2, (random() * 2)::int + 1 AS op3,
+       (random() * 2)::int + 1 AS op4, pg_temp.rand_ranges(20) AS a, pg_temp.rand_ranges(20) AS b,
+       pg_temp.rand_ranges(20) AS c_, pg_temp.rand_ranges(20) AS d, pg_temp.rand_ranges(20) AS e
+FROM generate_series(1, 300) c;
+SELECT count(*) AS cases, count(*) FILTER (WHERE by_rows = by_functions) AS equal
+FROM (SELECT c,
+             (SELECT int4range_op_agg(w, x ORDER BY ord) FROM (VALUES
+                 (1, pg_temp.word(1, open => 1), a), (2, pg_temp.word(op1), b),
+                 (3, pg_temp.word(op2, close => 1, open => 1), c_), (4, pg_temp.word(op3), d),
+                 (5, pg_temp.word(op4, close => 1), e)) t(ord, w, x)) AS by_rows,
+             pg_temp.apply(op4, pg_temp.apply(op2, pg_temp.apply(op1, a, b), pg_temp.apply(op3, c_, d)), e) AS by_functions
+      FROM cases) q;
