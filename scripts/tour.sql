@@ -22,3 +22,18 @@ FROM (SELECT qn_int4range_intersection('{1,4}', '{5,9}') AS r) AS empty;
 
 -- Odd-length range arrays are refused.
 SELECT qn_int4range_union('{1,2,3}', '{}');
+
+-- int4set_agg: integers, bounds or whole sets from many rows into one set.
+SELECT int4set_agg(v, 'r') AS range_array, int4set_agg(v, 's') AS scalar_set, int4set_agg(v, 'm') AS mix_array
+FROM (VALUES (5), (3), (4), (10), (NULL)) AS t(v);
+SELECT int4set_agg(lo, hi, 'r') AS from_bounds FROM (VALUES (1, 3), (10, 20), (4, 5)) AS t(lo, hi);
+SELECT int4set_agg('s', a, 'r') AS from_sets FROM (VALUES ('{1,2,9}'::int4[]), ('{3,10}')) AS t(a);
+
+-- int4range_op_agg: A ∩ (B ∪ C) \ D, one operand per row, in ORDER BY order.
+-- Operation word: op (1 union, 2 intersection, 3 exclusion) | (closes << 2) | (opens << 9).
+SELECT int4range_op_agg(word, operand ORDER BY step) AS result
+FROM (VALUES (1, 1,            '{1,100}'::int4[]),   -- A
+             (2, 2 | (1 << 9), '{10,20}'),           -- ∩ ( B
+             (3, 1,            '{30,40}'),           -- ∪ C
+             (4, 3 | (1 << 2), '{15,35}')            -- ) \ D
+     ) AS expression(step, word, operand);
