@@ -37,3 +37,20 @@ FROM (VALUES (1, 1,            '{1,100}'::int4[]),   -- A
              (3, 1,            '{30,40}'),           -- ∪ C
              (4, 3 | (1 << 2), '{15,35}')            -- ) \ D
      ) AS expression(step, word, operand);
+
+-- Packed ranges: one range in an int8, lower in the low 32 bits.
+SELECT qn_range_pack(-10, -1) AS packed, qn_rangepacked_lower(qn_range_pack(-10, -1)) AS lower,
+       qn_rangepacked_upper(qn_range_pack(-10, -1)) AS upper;
+SELECT qn_int4_in_packedrange(-5, qn_range_pack(-10, -1)) AS value_in,
+       qn_int4rangepacked_in_int4rangepacked(qn_range_pack(1, 5), qn_range_pack(5, 9)) AS overlap,
+       qn_int4rangepacked_included_in_int4rangepacked(qn_range_pack(2, 3), qn_range_pack(1, 9)) AS included,
+       qn_int4rangepacked_in_rangearray(qn_range_pack(6, 6), '{1,5,7,9}') AS packed_in_range_array,
+       qn_int4_in_rangearray(8, '{1,5,7,9}') AS value_in_range_array;
+
+-- Bitfields: min, max, then one bit per value, most significant bit first.
+SELECT qn_int4set2bitfield_int4('r', '{3,5,9,9}') AS from_ranges,
+       qn_int4set2bitfield_int4('s', '{3,4,5,9}') AS from_values;
+SELECT v, qn_int4_in_rangebitfield(v, qn_int4set2bitfield_int4('r', '{3,5,9,9}')) AS member
+FROM generate_series(2, 10) AS v;
+SELECT qn_int4set_overlap_bitfield('s', '{6,9}', qn_int4set2bitfield_int4('r', '{3,5,9,9}')) AS overlap,
+       qn_int4set_included_in_bitfield('s', '{4,9}', qn_int4set2bitfield_int4('r', '{3,5,9,9}')) AS included;

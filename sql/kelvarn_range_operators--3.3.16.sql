@@ -141,3 +141,104 @@ CREATE AGGREGATE int4set_agg("char", int4[], "char") (
 );
 COMMENT ON AGGREGATE int4set_agg("char", int4[], "char") IS
     'union of int4[] sets given in one input form (''r'', ''s'', ''m''), as a range array, scalar set or mix array';
+
+-- packed ranges
+--
+-- A packed range is one range [lower, upper] in an int8: lower in the low 32 bits,
+-- upper in the high 32 bits, both two's complement.
+
+CREATE FUNCTION qn_range_pack(int4[]) RETURNS int8
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_range_pack(int4[]) IS
+    'packs the range {lower, upper} into an int8; the array must be a one-dimensional int4[] of two elements';
+
+CREATE FUNCTION qn_range_pack(int4, int4) RETURNS int8
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_range_pack(int4, int4) IS
+    'packs the range [lower, upper] into an int8; upper must not be below lower';
+
+CREATE FUNCTION qn_rangepacked_lower(int8) RETURNS int4
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangepacked_lower(int8) IS
+    'lower bound of a packed range (its low 32 bits)';
+
+CREATE FUNCTION qn_rangepacked_upper(int8) RETURNS int4
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangepacked_upper(int8) IS
+    'upper bound of a packed range (its high 32 bits)';
+
+-- membership and overlap: range arrays and packed ranges
+--
+-- "in" between two ranges, or a range and a range array, means sharing a member;
+-- inclusion is spelled "included_in" and "contains". Range arrays that are not
+-- one-dimensional or hold NULLs make the tests false.
+
+CREATE FUNCTION qn_int4_in_rangearray(int4, int4[]) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4_in_rangearray(int4, int4[]) IS
+    'true when the value lies in a range of the range array (binary search)';
+
+CREATE FUNCTION qn_int4range_overlap_rangearray(int4[], int4[]) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4range_overlap_rangearray(int4[], int4[]) IS
+    'true when the two range arrays share a member';
+
+CREATE FUNCTION qn_int4rangepacked_in_rangearray(int8, int4[]) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4rangepacked_in_rangearray(int8, int4[]) IS
+    'true when the packed range shares a member with the range array';
+
+CREATE FUNCTION qn_int4rangepacked_in_int4rangepacked(int8, int8) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4rangepacked_in_int4rangepacked(int8, int8) IS
+    'true when the two packed ranges share a member';
+
+CREATE FUNCTION qn_int4rangepacked_included_in_int4rangepacked(int8, int8) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4rangepacked_included_in_int4rangepacked(int8, int8) IS
+    'true when the first packed range lies within the second';
+
+CREATE FUNCTION qn_int4rangepacked_contains_int4rangepacked(int8, int8) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4rangepacked_contains_int4rangepacked(int8, int8) IS
+    'true when the second packed range lies within the first';
+
+CREATE FUNCTION qn_int4_in_packedrange(int4, int8) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4_in_packedrange(int4, int8) IS
+    'true when the value lies in the packed range';
+
+CREATE FUNCTION qn_int4rangepacked_contains_int4(int8, int4, int8) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4rangepacked_contains_int4(int8, int4, int8) IS
+    'true when the value (second argument) lies in the packed range (third); the first argument is not read';
+
+-- bitfields
+--
+-- A bitfield is a bytea: min and max (int4 each), then one bit per integer of
+-- [min, max] in whole 64-bit words, most significant bit first.
+
+CREATE FUNCTION qn_int4set2bitfield_int4("char", int4[]) RETURNS bytea
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set2bitfield_int4("char", int4[]) IS
+    'bitfield of a set given as a range array (''r''), scalar set (''s'') or mix array (''m''), spanning its first to its last value; NULL for a NULL argument';
+
+CREATE FUNCTION qn_int4_in_rangebitfield(int4, bytea) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4_in_rangebitfield(int4, bytea) IS
+    'true when the value''s bit is set in the bitfield';
+
+CREATE FUNCTION qn_int4rangepacked_in_rangebitfield(int8, bytea) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4rangepacked_in_rangebitfield(int8, bytea) IS
+    'true when some value of the packed range has its bit set in the bitfield';
+
+CREATE FUNCTION qn_int4set_overlap_bitfield("char", int4[], bytea) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_overlap_bitfield("char", int4[], bytea) IS
+    'true when some member of the set (''r'', ''s'' or ''m'') has its bit set in the bitfield';
+
+CREATE FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) IS
+    'true when every member of the set (''r'', ''s'' or ''m'') lies in the bitfield, runs by the bitfield inclusion rule';

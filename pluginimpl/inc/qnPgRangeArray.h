@@ -289,6 +289,55 @@ void rangeArrayInsert(RangeVector<T, A, F>& out, const Range<T>& r) {
     }
 }
 
+// A range packed into an int8: lower in the low 32 bits, upper in the high 32
+// bits, each two's complement. On a little-endian machine its bytes are those of
+// the int4[] payload {lower, upper}.
+inline int64_t packRange(int32_t lower, int32_t upper) {
+    return static_cast<int64_t>((uint64_t{static_cast<uint32_t>(upper)} << 32) | static_cast<uint32_t>(lower));
+}
+inline int32_t packedLower(int64_t packed) { return static_cast<int32_t>(static_cast<uint32_t>(packed)); }
+inline int32_t packedUpper(int64_t packed) {
+    return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(packed) >> 32));
+}
+
+// v lies in some range of a list ascending by upper bound: a binary search for the
+// first range whose upper is at least v.
+template <typename T>
+bool inRangeArray(const Range<T>* first, const Range<T>* last, T v) {
+    const Range<T>* hit = partitionPoint(first, last, [&](const Range<T>& e) { return inRangeArrayPredLower(e, v); });
+    return hit != last && v >= hit->lower;
+}
+
+// [lower, upper] overlaps some range of a sorted, disjoint list. Stops at once when
+// the list ends below lower, and at the first range that starts above upper.
+template <typename T>
+bool rangeOverlapsList(T lower, T upper, const Range<T>* first, const Range<T>* last) {
+    if (first == last || (last - 1)->upper < lower) return false;
+    for (; first != last; ++first) {
+        if (first->lower > upper) return false;
+        if (lower <= first->upper) return true;
+    }
+    return false;
+}
+
+// Some member is in both lists (inputs sorted, disjoint). Walks both lists once,
+// advancing the side whose range starts first; adjacent ranges do not overlap.
+// The comparisons hold as written for malformed ranges (lower > upper) too.
+template <typename T>
+bool rangeListsOverlap(const Range<T>* a, const Range<T>* aEnd, const Range<T>* b, const Range<T>* bEnd) {
+    while (a != aEnd && b != bEnd) {
+        if (b->lower < a->lower) {
+            if (a->lower <= b->upper && (b->lower < b->upper ? b->lower : b->upper) <= a->upper) return true;
+            ++b;
+        } else {
+            if (b->lower <= a->upper && (b->lower == a->lower || (a->lower < a->upper ? a->lower : a->upper) <= b->upper))
+                return true;
+            ++a;
+        }
+    }
+    return false;
+}
+
 // Appends one item to a mix array: a scalar word when lower == upper, else
 // lower with its sign bit set followed by upper. Writes no count word.
 template <qn::pg::AllocFn A, qn::pg::FreeFn F>

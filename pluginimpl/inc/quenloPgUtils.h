@@ -9,6 +9,7 @@
 
 #include "qnPgRangeArray.h"
 #include "qnPgVector.h"
+#include "quenloPgBitField.h"
 
 // PostgreSQL 13 leaves PGDLLEXPORT empty; the module is built with hidden
 // visibility, so the SQL-callable symbols are exported explicitly.
@@ -65,6 +66,11 @@ inline Int4Elements readInt4Elements(const ArrayType* array) {
     return {reinterpret_cast<const int32*>(ARR_DATA_PTR(array)), count};
 }
 
+// Raises an error from the current source file: each entry-point source defines
+// kSourceFile, the name its errors report.
+#define QN_ERROR(sqlstate, function, ...) \
+    qn::pg::raiseError(sqlstate, kSourceFile, __LINE__, function, __VA_ARGS__)
+
 // A zero-filled one-dimensional int4[] of n elements (lower bound 1, no null
 // bitmap), allocated in the current memory context; n = 0 gives the 24-byte
 // empty array. Raises 53200 with no message when no memory can be had.
@@ -83,6 +89,22 @@ inline ArrayType* buildRangeArrayResult(const PgRangeVector& v, const char* func
 // in the current memory context; the caller fills it from byte 4 on. Raises
 // 53200 with no message when no memory can be had.
 bytea* allocateBytea(uint64_t n);
+
+// Argument argno, detoasted. A value stored out of line (TOAST) is fetched once
+// per call site and kept for the rest of the query, keyed by its TOAST pointer:
+// one large range array or bitfield tested against many rows is then read once,
+// not once per row. The result must be neither freed nor modified.
+const varlena* detoastArgumentCached(FunctionCallInfo fcinfo, int argno);
+
+inline const ArrayType* arrayArgumentCached(FunctionCallInfo fcinfo, int argno) {
+    return reinterpret_cast<const ArrayType*>(detoastArgumentCached(fcinfo, argno));
+}
+
+// Reads a detoasted bitfield: false for an empty one, else its view. min and max
+// are stored whenever the value is long enough to hold them. A value shorter than
+// 12 bytes, or a non-empty one whose bit string is not exactly its whole 64-bit
+// words, raises 22023 "invalid bitfield array" from `function`.
+bool getBitFieldInfo(const bytea* value, qn::bitfield::BitFieldView& view, const char* function = "getBitFieldInfo");
 
 // Fetches or creates an aggregate's transition state and keeps the state's own
 // memory context current while it is in scope.

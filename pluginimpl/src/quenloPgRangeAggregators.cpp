@@ -19,9 +19,6 @@ namespace {
 
 const char kSourceFile[] = "pluginimpl/src/quenloPgRangeAggregators";
 
-#define QN_ERROR(sqlstate, function, ...) \
-    qn::pg::raiseError(sqlstate, kSourceFile, __LINE__, function, __VA_ARGS__)
-
 using RangeKernel = void (*)(const RangeInt*, const RangeInt*, const RangeInt*, const RangeInt*, PgRangeVector&);
 
 // Both range-array arguments, read in place; one parity test covers both.
@@ -52,21 +49,6 @@ Datum computeRangeResult(FunctionCallInfo fcinfo, RangeKernel kernel, const char
     PgRangeVector out(static_cast<PgRangeVector::tSize>(largest));
     kernel(args.a.rangesBegin(), args.a.rangesEnd(), args.b.rangesBegin(), args.b.rangesEnd(), out);
     PG_RETURN_ARRAYTYPE_P(qn::pg::buildRangeArrayResult(out, function));
-}
-
-// Some member is in both lists. Walks both lists once; adjacent ranges do not overlap.
-bool rangeListsOverlap(const RangeInt* a, const RangeInt* aEnd, const RangeInt* b, const RangeInt* bEnd) {
-    while (a != aEnd && b != bEnd) {
-        if (b->lower > a->lower) {
-            if (b->lower <= a->upper && Min(a->lower, a->upper) <= b->upper) return true;
-            ++a;
-        } else {
-            if (a->lower <= b->upper && (a->lower == b->lower || Min(b->lower, b->upper) <= a->upper))
-                return true;
-            ++b;
-        }
-    }
-    return false;
 }
 
 // Every range of A lies inside one range of B (B normalised); an empty A or B gives false.
@@ -116,8 +98,10 @@ Datum qn_int4range_exclusion(PG_FUNCTION_ARGS) {
 Datum qn_int4range_is_overlap(PG_FUNCTION_ARGS) {
     if (PG_ARGISNULL(0) || PG_ARGISNULL(1)) PG_RETURN_NULL();
     const RangeArguments args = readRangeArguments(fcinfo, "qn_int4range_is_overlap");
-    PG_RETURN_BOOL(rangeListsOverlap(args.a.rangesBegin(), args.a.rangesEnd(), args.b.rangesBegin(),
-                                     args.b.rangesEnd()));
+    // This function's walk is the range-array overlap walk with the lists' roles
+    // swapped: on equal lowers B's range is the one passed over.
+    PG_RETURN_BOOL(qn::pgRangeArray::rangeListsOverlap(args.b.rangesBegin(), args.b.rangesEnd(),
+                                                       args.a.rangesBegin(), args.a.rangesEnd()));
 }
 
 // A is a non-empty subset of B; null when either is null.

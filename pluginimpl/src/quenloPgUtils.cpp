@@ -2,6 +2,7 @@
 #include "quenloPgUtils.h"
 
 extern "C" {
+#include "access/detoast.h"
 #include "lib/stringinfo.h"
 }
 
@@ -51,6 +52,41 @@ ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* functi
     ArrayType* result = allocateResultArray(static_cast<int32>(n));
     if (n) memcpy(ARR_DATA_PTR(result), elements, n * sizeof(int32));
     return result;
+}
+
+namespace {
+
+// The out-of-line arguments last fetched at one call site, by argument number.
+struct DetoastCache {
+    static constexpr int kArguments = 4;
+    struct Slot {
+        varatt_external pointer;
+        varlena* value;
+    } slots[kArguments];
+};
+
+}  // namespace
+
+const varlena* detoastArgumentCached(FunctionCallInfo fcinfo, int argno) {
+    auto* raw = reinterpret_cast<varlena*>(PG_GETARG_POINTER(argno));
+    if (!VARATT_IS_EXTERNAL_ONDISK(raw) || !fcinfo->flinfo || argno >= DetoastCache::kArguments)
+        return pg_detoast_datum(raw);
+    auto* cache = static_cast<DetoastCache*>(fcinfo->flinfo->fn_extra);
+    if (!cache) {
+        cache = static_cast<DetoastCache*>(MemoryContextAllocZero(fcinfo->flinfo->fn_mcxt, sizeof(DetoastCache)));
+        fcinfo->flinfo->fn_extra = cache;
+    }
+    varatt_external pointer;
+    VARATT_EXTERNAL_GET_POINTER(pointer, raw);
+    DetoastCache::Slot& slot = cache->slots[argno];
+    if (slot.value && memcmp(&slot.pointer, &pointer, sizeof pointer) == 0) return slot.value;
+    MemoryContext caller = MemoryContextSwitchTo(fcinfo->flinfo->fn_mcxt);
+    varlena* value = pg_detoast_datum(raw);
+    MemoryContextSwitchTo(caller);
+    if (slot.value) pfree(slot.value);
+    slot.pointer = pointer;
+    slot.value = value;
+    return value;
 }
 
 bytea* allocateBytea(uint64_t n) {

@@ -1,0 +1,115 @@
+-- Bitfields: the byte layout, the two empty sizes, the reader's checks, the
+-- refusal of input that would not fit its span, and every bitfield test checked
+-- against the set that the bitfield was built from.
+\i sql/include/errors.psql
+
+-- Layout: min, max, then whole 64-bit words of bits, most significant bit first.
+SELECT f, a, bf, octet_length(bf) + 4 AS bytes
+FROM (VALUES ('r'::"char", '{3,5,9,9}'::int4[]), ('s', '{0,63,64}'), ('s', '{5}'), ('s', '{-3,-1}'),
+             ('m', '{7,-2147483646,4,9,20}'), ('r', '{}'), ('s', '{}'), ('m', '{}'), ('m', '{5}'),
+             ('s', '{{1,2}}'), ('r', '{1,NULL}'), ('m', '{0,3,-2147483644,70}')) t(f, a),
+     LATERAL (SELECT qn_int4set2bitfield_int4(f, a) AS bf) b;
+SELECT qn_int4set2bitfield_int4(NULL, '{1}') IS NULL AS null_form, qn_int4set2bitfield_int4('s', NULL) IS NULL AS null_set;
+
+-- Refused: odd range arrays, form letters, and input that would put a member
+-- outside [first, last] (unsorted sets, inverted runs, a mix array ending in a
+-- range opener, the whole int4 span).
+SELECT f, a, pg_temp.try(format('SELECT qn_int4set2bitfield_int4(%L, %L)', f, a)) AS outcome
+FROM (VALUES ('r', '{1,2,3}'), ('x', '{1}'), ('S', '{1}'), ('s', '{1,5,3}'), ('s', '{5,1}'), ('r', '{1,4,3,2,6,9}'),
+             ('r', '{5,2}'), ('m', '{3,1,-2147483646}'), ('m', '{3,5,1}'), ('r', '{-2147483648,2147483647}')) t(f, a);
+
+-- The reader: empty bitfields of 13 and 20 bytes read as empty (false), a value
+-- shorter than 12 bytes or with a bit string of the wrong length is refused.
+CREATE FUNCTION pg_temp.bitfield(min int4, max int4, bits bytea) RETURNS bytea LANGUAGE sql AS $$
+    SELECT int4send(min) || int4send(max) || bits
+$$;
+-- int4send writes big-endian; the bitfield holds native (little-endian) integers.
+CREATE FUNCTION pg_temp.le(v int4) RETURNS bytea LANGUAGE sql AS $$
+    SELECT set_byte(set_byte(set_byte(set_byte('\x00000000'::bytea, 0, v & 255), 1, (v >> 8) & 255),
+                    2, (v >> 16) & 255), 3, (v >> 24) & 255)
+$$;
+CREATE TEMP TABLE handmade AS
+SELECT name, pg_temp.le(min) || pg_temp.le(max) || bits AS bf
+FROM (VALUES ('empty 13', 0, -1, '\x00'::bytea), ('empty 20', 0, -1, '\x0000000000000000'),
+             ('11 bytes', 0, -1, '\x'), ('min 0 max 0 in 13', 0, 0, '\x80'),
+             ('claims 65 values, holds 8 bytes', 0, 64, '\xffffffffffffffff'),
+             ('holds 16 bytes for 8 values', 0, 7, '\xff000000000000000000000000000000'),
+             ('full int4 span', -2147483648, 2147483647, '\xff')) t(name, min, max, bits);
+UPDATE handmade SET bf = substring(bf FROM 1 FOR 7) WHERE name = '11 bytes';
+SELECT name, octet_length(bf) + 4 AS bytes,
+       pg_temp.try(format('SELECT qn_int4_in_rangebitfield(0, %L)', bf)) AS value_in,
+       pg_temp.try(format('SELECT qn_int4rangepacked_in_rangebitfield(qn_range_pack(0, 5), %L)', bf)) AS packed_in,
+       pg_temp.try(format('SELECT qn_int4set_overlap_bitfield(''s'', ''{0}'', %L)', bf)) AS set_overlap,
+       pg_temp.try(format('SELECT qn_int4set_included_in_bitfield(''s'', ''{0}'', %L)', bf)) AS set_included
+FROM handmade ORDER BY name;
+SELECT name, qn_int4_in_rangebitfield(0, bf) AS value_in, qn_int4set_included_in_bitfield('s', '{0}', bf) AS included
+FROM handmade WHERE name LIKE 'empty%' OR name LIKE 'full%' ORDER BY name;
+
+-- Known answers over min 10, max 20 with bits 10 and 12 set.
+SELECT v, qn_int4_in_rangebitfield(v, qn_int4set2bitfield_int4('s', '{10,12,20}')) AS member
+FROM unnest('{9,10,11,12,20,21}'::int4[]) v;
+SELECT qn_int4set_overlap_bitfield('r', '{0,5,30,40}', qn_int4set2bitfield_int4('s', '{10,12,20}')) AS pairs_outside,
+       qn_int4set_overlap_bitfield('r', '{0,12}', qn_int4set2bitfield_int4('s', '{10,12,20}')) AS clipped_pair,
+       qn_int4set_overlap_bitfield('r', '{0,9}', qn_int4set2bitfield_int4('s', '{10,12,20}')) AS below,
+       qn_int4set_included_in_bitfield('s', '{}', qn_int4set2bitfield_int4('s', '{10}')) AS empty_set,
+       qn_int4set_included_in_bitfield('s', '{{10}}', qn_int4set2bitfield_int4('s', '{10}')) AS two_dims,
+       qn_int4set_overlap_bitfield('m', '{0}', qn_int4set2bitfield_int4('s', '{10}')) AS count_word_only,
+       qn_int4rangepacked_in_rangebitfield(qn_range_pack(13, 19), qn_int4set2bitfield_int4('s', '{10,12,20}')) AS gap,
+       qn_int4rangepacked_in_rangebitfield(-4294967296 + 5, qn_int4set2bitfield_int4('s', '{0,5}')) AS inverted_packed;
+SELECT pg_temp.try($$SELECT qn_int4set_overlap_bitfield('r', '{10,11,12}', qn_int4set2bitfield_int4('s', '{10,12}'))$$) AS odd,
+       pg_temp.try($$SELECT qn_int4set_overlap_bitfield('m', '{3,11,-2147483636}', qn_int4set2bitfield_int4('s', '{10,12}'))$$) AS mix_opener_last_lies_below,
+       pg_temp.try($$SELECT qn_int4set_overlap_bitfield('q', '{10}', qn_int4set2bitfield_int4('s', '{10,12}'))$$) AS bad_letter;
+
+-- Inclusion of runs: a run starting on a byte boundary needs whole bytes, and one
+-- starting inside a byte is never inside, even with all its bits set.
+SELECT qn_int4set_included_in_bitfield('r', '{100,115}', bf) AS aligned_two_bytes,
+       qn_int4set_included_in_bitfield('r', '{102,112}', bf) AS unaligned_two_bytes,
+       qn_int4set_included_in_bitfield('r', '{102,106}', bf) AS within_one_byte,
+       qn_int4set_included_in_bitfield('r', '{100,110}', bf) AS aligned_ending_mid_byte,
+       qn_int4set_included_in_bitfield('s', '{102,112}', bf) AS as_values
+FROM (SELECT qn_int4set2bitfield_int4('r', '{100,131}') AS bf) b;
+
+-- Random sets S (members from 0 up, so that all three forms hold them) and probes
+-- T: the bitfield of S is the same from each form, and each test answers as the
+-- set S does.
+SELECT setseed(0.375);
+CREATE TEMP TABLE sets AS
+SELECT id, array_agg(DISTINCT v ORDER BY v) AS s
+FROM (SELECT id, (random() * (20 + id))::int + (id % 7) * 1000 AS v
+      FROM generate_series(1, 120) id, generate_series(1, 1 + id % 30)) q
+GROUP BY id;
+ALTER TABLE sets ADD r int4[], ADD m int4[], ADD bf bytea;
+UPDATE sets SET r = (SELECT int4set_agg(x, 'r') FROM unnest(s) x), m = (SELECT int4set_agg(x, 'm') FROM unnest(s) x);
+UPDATE sets SET bf = qn_int4set2bitfield_int4('s', s);
+SELECT count(*) AS sets, count(*) FILTER (WHERE qn_int4set2bitfield_int4('r', r) = bf AND qn_int4set2bitfield_int4('m', m) = bf)
+    AS same_from_every_form
+FROM sets;
+CREATE TEMP TABLE probes AS
+SELECT p, array_agg(DISTINCT v ORDER BY v) AS t
+FROM (SELECT p, (random() * 60)::int + (p % 7) * 1000 - 10 AS v FROM generate_series(1, 60) p, generate_series(1, 1 + p % 5)) q
+WHERE v >= 0 GROUP BY p;
+ALTER TABLE probes ADD r int4[], ADD m int4[];
+UPDATE probes SET r = (SELECT int4set_agg(x, 'r') FROM unnest(t) x), m = (SELECT int4set_agg(x, 'm') FROM unnest(t) x);
+SELECT count(*) AS cases,
+       count(*) FILTER (WHERE qn_int4_in_rangebitfield(t[1], bf) = (t[1] = ANY (s))) AS value_ok,
+       count(*) FILTER (WHERE qn_int4rangepacked_in_rangebitfield(qn_range_pack(t[1], t[cardinality(t)]), bf)
+                        = EXISTS (SELECT FROM unnest(s) x WHERE x BETWEEN t[1] AND t[cardinality(t)])) AS packed_ok,
+       count(*) FILTER (WHERE qn_int4set_overlap_bitfield('s', t, bf) = (s && t)
+                        AND qn_int4set_overlap_bitfield('r', probes.r, bf) = (s && t)
+                        AND qn_int4set_overlap_bitfield('m', probes.m, bf) = (s && t)) AS overlap_ok,
+       count(*) FILTER (WHERE qn_int4set_included_in_bitfield('s', t, bf) = (s @> t)) AS values_included_ok,
+       count(*) FILTER (WHERE NOT (qn_int4set_included_in_bitfield('r', probes.r, bf)
+                                   OR qn_int4set_included_in_bitfield('m', probes.m, bf)) OR s @> t) AS runs_included_sound,
+       count(*) FILTER (WHERE s && t) AS overlapping, count(*) FILTER (WHERE s @> t) AS included
+FROM sets, probes;
+
+-- Bitfields stored out of line, alternating per row: each row reads its own.
+CREATE TABLE stored (id int, bf bytea);
+ALTER TABLE stored ALTER bf SET STORAGE EXTERNAL;
+INSERT INTO stored SELECT id, qn_int4set2bitfield_int4('s', ARRAY(SELECT g FROM generate_series(0, 50000) g WHERE g % (id + 1) = 0))
+FROM generate_series(1, 3) id;
+SELECT count(*) AS cases,
+       count(*) FILTER (WHERE qn_int4_in_rangebitfield(v, bf) = (v % (id + 1) = 0)
+                        AND qn_int4set_overlap_bitfield('s', ARRAY[v], bf) = (v % (id + 1) = 0)) AS own_answer
+FROM (SELECT v, id, bf FROM generate_series(0, 50000, 13) v, stored ORDER BY v, id) q;
+DROP TABLE stored;

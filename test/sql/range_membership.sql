@@ -1,0 +1,94 @@
+-- Packed ranges and the membership and overlap tests over range arrays and packed
+-- ranges: packing, its errors, the shape rules, and thousands of random cases
+-- checked against the same question asked in plain SQL.
+\i sql/include/errors.psql
+
+-- Packing: lower in the low 32 bits, upper in the high 32 bits.
+SELECT qn_range_pack(3, 3) AS three, qn_range_pack('{3,3}') AS three_from_array,
+       qn_range_pack(-1, 0) AS minus_one_to_zero, qn_range_pack(-2147483648, 2147483647) AS full_span,
+       qn_rangepacked_lower(qn_range_pack(-10, -1)) AS lower, qn_rangepacked_upper(qn_range_pack(-10, -1)) AS upper,
+       qn_rangepacked_lower(-4294967296) AS unchecked_lower, qn_rangepacked_upper(-4294967296) AS unchecked_upper;
+SELECT a, pg_temp.try(format('SELECT qn_range_pack(%L::%s)', a, t)) AS outcome
+FROM (VALUES ('{1,2,3}', 'int4[]'), ('{1,NULL}', 'int4[]'), ('{{1,2}}', 'int4[]'), ('{}', 'int4[]'),
+             ('{5,4}', 'int4[]')) t(a, t);
+SELECT pg_temp.try('SELECT qn_range_pack(5, 4)') AS inverted, pg_temp.try('SELECT qn_range_pack(4, 4)') AS single,
+       qn_range_pack(NULL::int4, 1) IS NULL AS strict_bounds, qn_range_pack(NULL::int4[]) IS NULL AS strict_array;
+
+-- Known answers: both ends inclusive, "in" between ranges means sharing a member.
+SELECT qn_int4_in_rangearray(5, '{1,5}') AS upper_end, qn_int4_in_rangearray(1, '{1,5}') AS lower_end,
+       qn_int4_in_rangearray(6, '{1,5,7,9}') AS gap, qn_int4_in_rangearray(7, '{1,5,7}') AS odd_tail_ignored,
+       qn_int4rangepacked_in_int4rangepacked(qn_range_pack(1, 5), qn_range_pack(5, 9)) AS touching_at_5,
+       qn_int4rangepacked_in_int4rangepacked(qn_range_pack(1, 4), qn_range_pack(5, 9)) AS adjacent,
+       qn_int4rangepacked_included_in_int4rangepacked(qn_range_pack(1, 4), qn_range_pack(1, 4)) AS self_included,
+       qn_int4rangepacked_contains_int4rangepacked(qn_range_pack(1, 4), qn_range_pack(1, 4)) AS self_contains,
+       qn_int4_in_packedrange(-5, qn_range_pack(-10, -1)) AS negative,
+       qn_int4rangepacked_contains_int4(12345, -5, qn_range_pack(-10, -1)) AS first_argument_unread;
+
+-- Shapes: zero-dimension, two-dimension and NULL-holding arrays make the tests
+-- false; odd lengths are refused by the range tests (after the shape check).
+SELECT a, qn_int4_in_rangearray(1, a) AS value_in, qn_int4rangepacked_in_rangearray(qn_range_pack(0, 9), a) AS packed_in,
+       qn_int4range_overlap_rangearray(a, '{0,9}') AS overlap_a, qn_int4range_overlap_rangearray('{0,9,20,30}', a) AS overlap_b
+FROM (VALUES ('{}'::int4[]), ('{{1,2},{3,4}}'), ('{{1,2,3}}'), ('{1,NULL}')) t(a);
+SELECT pg_temp.try($$SELECT qn_int4rangepacked_in_rangearray(qn_range_pack(0, 9), '{1,2,3}')$$) AS packed_odd,
+       pg_temp.try($$SELECT qn_int4range_overlap_rangearray('{1,2,3}', '{}')$$) AS overlap_odd_a,
+       pg_temp.try($$SELECT qn_int4range_overlap_rangearray('{}', '{1,2,3}')$$) AS overlap_odd_b;
+
+-- Random normalised range arrays (ranges from the int4set_agg of random bounds,
+-- some reaching the int4 extremes), values and packed ranges.
+SELECT setseed(0.75);
+CREATE FUNCTION pg_temp.rand_bound() RETURNS int4 LANGUAGE sql AS $$
+    SELECT CASE WHEN random() < 0.05 THEN -2147483648 + (random() * 3)::int
+                WHEN random() < 0.05 THEN 2147483646 - (random() * 3)::int
+                ELSE (random() * 2000)::int - 1000 END
+$$;
+CREATE TEMP TABLE arrays AS
+SELECT id, coalesce((SELECT int4set_agg(lo, least(lo::int8 + (random() * 40)::int, 2147483646)::int4, 'r')
+                     FROM (SELECT pg_temp.rand_bound() AS lo FROM generate_series(1, (random() * 6)::int + id % 2)) r),
+                    '{}') AS a
+FROM generate_series(1, 400) id;
+UPDATE arrays SET a = a || '{2147483647,2147483647}' WHERE id % 50 = 0 AND cardinality(a) > 0 AND a[cardinality(a)] < 2147483646;
+CREATE TEMP TABLE pairs AS
+SELECT id, a[2 * i - 1] AS lo, a[2 * i] AS hi FROM arrays, generate_series(1, cardinality(a) / 2) i;
+CREATE TEMP TABLE probes AS
+SELECT p, pg_temp.rand_bound() AS v, least(x, y) AS lo, greatest(x, y) AS hi
+FROM (SELECT p, pg_temp.rand_bound() AS x, pg_temp.rand_bound() AS y FROM generate_series(1, 30) p) q;
+UPDATE probes SET lo = 2147483647, hi = 2147483647 WHERE p = 1;
+UPDATE probes SET lo = -2147483648, hi = 2147483647 WHERE p = 2;
+SELECT count(*) AS cases,
+       count(*) FILTER (WHERE qn_int4_in_rangearray(v, a)
+                        = EXISTS (SELECT FROM pairs s WHERE s.id = arrays.id AND v BETWEEN s.lo AND s.hi)) AS value_in_ok,
+       count(*) FILTER (WHERE qn_int4rangepacked_in_rangearray(qn_range_pack(lo, hi), a)
+                        = EXISTS (SELECT FROM pairs s WHERE s.id = arrays.id AND s.lo <= probes.hi AND probes.lo <= s.hi))
+           AS packed_in_ok
+FROM arrays, probes;
+SELECT count(*) AS cases,
+       count(*) FILTER (WHERE qn_int4range_overlap_rangearray(x.a, y.a)
+                        = EXISTS (SELECT FROM pairs s, pairs t WHERE s.id = x.id AND t.id = y.id
+                                  AND s.lo <= t.hi AND t.lo <= s.hi)) AS overlap_ok
+FROM arrays x JOIN arrays y ON (x.id * 7 + y.id) % 23 = 0;
+SELECT count(*) AS cases,
+       count(*) FILTER (WHERE qn_int4rangepacked_in_int4rangepacked(pa, pb) = (a.lo <= b.hi AND b.lo <= a.hi)) AS overlap_ok,
+       count(*) FILTER (WHERE qn_int4rangepacked_included_in_int4rangepacked(pa, pb) = (a.lo >= b.lo AND a.hi <= b.hi)) AS included_ok,
+       count(*) FILTER (WHERE qn_int4rangepacked_contains_int4rangepacked(pa, pb) = (b.lo >= a.lo AND b.hi <= a.hi)) AS contains_ok,
+       count(*) FILTER (WHERE qn_int4_in_packedrange(a.v, pb) = (a.v BETWEEN b.lo AND b.hi)
+                        AND qn_int4rangepacked_contains_int4(0, a.v, pb) = (a.v BETWEEN b.lo AND b.hi)) AS value_ok
+FROM (SELECT *, qn_range_pack(lo, hi) AS pa FROM probes) a, (SELECT *, qn_range_pack(lo, hi) AS pb FROM probes) b;
+
+-- Range arrays stored out of line are fetched once per call site and kept, keyed
+-- by their TOAST pointer: rows alternating between stored arrays still get their
+-- own array's answer.
+CREATE TABLE stored (id int, a int4[]);
+ALTER TABLE stored ALTER a SET STORAGE EXTERNAL;
+INSERT INTO stored
+SELECT id, ARRAY(SELECT x FROM generate_series(id, 40000, 10) s, LATERAL (VALUES (s), (s + id)) p(x)) FROM generate_series(1, 4) id;
+SELECT count(*) AS out_of_line FROM stored WHERE pg_column_size(a) > 2000;
+SELECT count(*) AS cases,
+       count(*) FILTER (WHERE qn_int4_in_rangearray(v, a) = qn_int4_in_rangearray(v, a || '{}'::int4[])
+                        AND qn_int4rangepacked_in_rangearray(qn_range_pack(v, v + 1), a)
+                            = qn_int4rangepacked_in_rangearray(qn_range_pack(v, v + 1), a || '{}'::int4[])) AS same,
+       count(*) FILTER (WHERE qn_int4_in_rangearray(v, a)) AS hits
+FROM (SELECT v, id, a FROM generate_series(0, 4000, 7) v, stored ORDER BY v, id) q;
+SELECT x.id, y.id, qn_int4range_overlap_rangearray(x.a, y.a) AS overlap,
+       qn_int4range_overlap_rangearray(x.a || '{}'::int4[], y.a || '{}'::int4[]) AS in_memory
+FROM stored x, stored y ORDER BY x.id, y.id LIMIT 6;
+DROP TABLE stored;
