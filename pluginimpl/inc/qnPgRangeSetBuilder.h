@@ -1,4 +1,4 @@
-// Building a set of integers from rows, writing it out in the three int4[] forms,
+// Building a set of integers from rows, writing its members out as a scalar set,
 // and the byte layout in which a set-building aggregate state travels between
 // processes.
 //
@@ -112,33 +112,6 @@ void writeMembers(const Range<int32_t>* first, const Range<int32_t>* last, int32
             poll();
         }
     }
-}
-
-// The element count of the mix array of a list: 0 for no ranges, else the count
-// word plus one word per single value and two per wider (or inverted) range.
-inline uint64_t mixArrayLength(const Range<int32_t>* first, const Range<int32_t>* last) {
-    if (first == last) return 0;
-    uint64_t words = 1;
-    for (; first != last; ++first) words += first->lower == first->upper ? 1 : 2;
-    return words;
-}
-
-// Writes the mix array of a non-empty list into out (room for mixArrayLength): the
-// count word, the sum of upper - lower + 1 over the ranges in wrapping 32-bit
-// arithmetic, then each range as a scalar or as lower with its sign bit set and upper.
-inline void writeMixArray(const Range<int32_t>* first, const Range<int32_t>* last, int32_t* out) {
-    uint32_t total = 0;
-    int32_t* const countWord = out++;
-    for (; first != last; ++first) {
-        total += static_cast<uint32_t>(first->upper) - static_cast<uint32_t>(first->lower) + 1u;
-        if (first->lower == first->upper) {
-            *out++ = first->lower;
-        } else {
-            *out++ = static_cast<int32_t>(static_cast<uint32_t>(first->lower) | 0x80000000u);
-            *out++ = first->upper;
-        }
-    }
-    *countWord = static_cast<int32_t>(total);
 }
 
 // Serialised set state, a bytea: the 4-byte length word, the input form and the

@@ -291,12 +291,19 @@ ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
             return result;
         }
         case ArrayDataTypeMixArray: {
-            const uint64 count = mixArrayLength(ranges.begin(), ranges.end());
-            if (count > static_cast<uint64>(PG_INT32_MAX))
+            // The count word (the number of integers, a wrapping 32-bit total), then the items.
+            if (ranges.empty()) return qn::pg::allocateResultArray(0);
+            qn::pg::PgVector<int32> mix(1024);
+            mix.push_back(0);
+            uint32 total = 0;
+            for (const RangeInt& r : ranges) {
+                total += static_cast<uint32>(r.upper) - static_cast<uint32>(r.lower) + 1u;
+                pushIntoMixArray(mix, r.lower, r.upper);
+            }
+            mix[0] = static_cast<int32>(total);
+            if (mix.size() > static_cast<uint64>(PG_INT32_MAX))
                 QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow");
-            ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(count));
-            if (count) writeMixArray(ranges.begin(), ranges.end(), reinterpret_cast<int32*>(ARR_DATA_PTR(result)));
-            return result;
+            return qn::pg::buildInt4Result(mix.data(), mix.size(), function);
         }
         default:
             QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "qn_int4set_agg_finalfn not implemented");
