@@ -59,28 +59,3 @@ SELECT pg_temp.try($$SELECT int4range_op_agg(0, '{1,2}'::int4[])$$) AS zero_appl
        pg_temp.try($$SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES (1, pg_temp.word(0, open => 1), '{1,2}'::int4[]),
                      (2, pg_temp.word(1), '{5,6}')) t(o, w, a)$$) AS zero_open_then_union;
 SELECT pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1), '{1,2}'::int4[]) OVER () FROM generate_series(1, 2)$$) AS as_window;
-
--- Random expressions: ((A op1 B) op2 (C op3 D)) op4 E, evaluated row by row and by
--- nesting the two-argument functions.
-CREATE FUNCTION pg_temp.rand_ranges(n int) RETURNS int4[] LANGUAGE sql AS $$
-    SELECT coalesce(int4set_agg(lo, lo + len, 'r'), '{}')
-    FROM (SELECT (random() * 400)::int - 200 AS lo, (random() * 12)::int AS len FROM generate_series(1, n)) r
-$$;
-CREATE FUNCTION pg_temp.apply(op int, a int4[], b int4[]) RETURNS int4[] LANGUAGE sql AS $$
-    SELECT CASE op WHEN 1 THEN qn_int4range_union(a, b) WHEN 2 THEN qn_int4range_intersection(a, b)
-                   ELSE qn_int4range_exclusion(a, b) END
-$$;
-SELECT setseed(0.125);
-CREATE TEMP TABLE cases AS
-SELECT c, (random() * 2)::int + 1 AS op1, (random() * 2)::int + 1 AS op2, (random() * 2)::int + 1 AS op3,
-       (random() * 2)::int + 1 AS op4, pg_temp.rand_ranges(20) AS a, pg_temp.rand_ranges(20) AS b,
-       pg_temp.rand_ranges(20) AS c_, pg_temp.rand_ranges(20) AS d, pg_temp.rand_ranges(20) AS e
-FROM generate_series(1, 300) c;
-SELECT count(*) AS cases, count(*) FILTER (WHERE by_rows = by_functions) AS equal
-FROM (SELECT c,
-             (SELECT int4range_op_agg(w, x ORDER BY ord) FROM (VALUES
-                 (1, pg_temp.word(1, open => 1), a), (2, pg_temp.word(op1), b),
-                 (3, pg_temp.word(op2, close => 1, open => 1), c_), (4, pg_temp.word(op3), d),
-                 (5, pg_temp.word(op4, close => 1), e)) t(ord, w, x)) AS by_rows,
-             pg_temp.apply(op4, pg_temp.apply(op2, pg_temp.apply(op1, a, b), pg_temp.apply(op3, c_, d)), e) AS by_functions
-      FROM cases) q;

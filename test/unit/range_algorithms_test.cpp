@@ -17,19 +17,10 @@ using MixVec = qn::pg::tVector<int, malloc, free>;
 constexpr int kMin = INT_MIN;
 constexpr int kMax = INT_MAX;
 
-TEST(RangeUnion, KnownAnswers) {
-    EXPECT_EQ(compute(Op::Union, {{1, 3}}, {{4, 6}}), (Pairs{{1, 6}}));
-    EXPECT_EQ(compute(Op::Union, {{4, 6}}, {{1, 3}}), (Pairs{{1, 6}}));
-    EXPECT_EQ(compute(Op::Union, {{1, 3}}, {{5, 6}}), (Pairs{{1, 3}, {5, 6}}));
-    EXPECT_EQ(compute(Op::Union, {{1, 5}}, {{1, 9}}), (Pairs{{1, 9}}));
-    EXPECT_EQ(compute(Op::Union, {{1, 9}}, {{2, 3}, {5, 6}}), (Pairs{{1, 9}}));
-    EXPECT_EQ(compute(Op::Union, {{1, 2}, {10, 12}}, {{3, 5}, {13, 20}}), (Pairs{{1, 5}, {10, 20}}));
-    EXPECT_EQ(compute(Op::Union, {{1, 2}, {20, 22}}, {{4, 5}, {7, 8}, {30, 31}}),
-              (Pairs{{1, 2}, {4, 5}, {7, 8}, {20, 22}, {30, 31}}));
+TEST(RangeUnion, EmptySidesAndWrappedOrder) {
     // An empty side hands the other over unchanged, even when it is not normalised.
     EXPECT_EQ(compute(Op::Union, {{4, 6}, {1, 2}}, {}), (Pairs{{4, 6}, {1, 2}}));
     EXPECT_EQ(compute(Op::Union, {}, {{4, 6}, {1, 2}}), (Pairs{{4, 6}, {1, 2}}));
-    EXPECT_EQ(compute(Op::Union, {}, {}), Pairs{});
     // Lowers more than 2^31 apart: the wrapped difference picks B first.
     EXPECT_EQ(compute(Op::Union, {{-2000000000, -1999999990}}, {{2000000000, 2000000001}}),
               (Pairs{{2000000000, 2000000001}, {-2000000000, -1999999990}}));
@@ -69,30 +60,7 @@ TEST(RangeCompute, OutputReplacesPreviousContents) {
     }
 }
 
-TEST(RangeIntersection, KnownAnswers) {
-    EXPECT_EQ(compute(Op::Intersection, {{1, 10}}, {{3, 4}, {6, 7}}), (Pairs{{3, 4}, {6, 7}}));
-    EXPECT_EQ(compute(Op::Intersection, {{3, 4}, {6, 7}}, {{1, 10}}), (Pairs{{3, 4}, {6, 7}}));
-    EXPECT_EQ(compute(Op::Intersection, {{1, 5}}, {{5, 9}}), (Pairs{{5, 5}}));
-    EXPECT_EQ(compute(Op::Intersection, {{5, 9}}, {{1, 5}}), (Pairs{{5, 5}}));
-    EXPECT_EQ(compute(Op::Intersection, {{1, 4}}, {{5, 9}}), Pairs{});
-    EXPECT_EQ(compute(Op::Intersection, {{1, 4}, {8, 12}}, {{3, 9}, {11, 20}}), (Pairs{{3, 4}, {8, 9}, {11, 12}}));
-    EXPECT_EQ(compute(Op::Intersection, {}, {{1, 4}}), Pairs{});
-    EXPECT_EQ(compute(Op::Intersection, {{kMin, kMax}}, {{kMin, kMin}, {0, 0}, {kMax, kMax}}),
-              (Pairs{{kMin, kMin}, {0, 0}, {kMax, kMax}}));
-}
-
-TEST(RangeExclusion, KnownAnswers) {
-    EXPECT_EQ(compute(Op::Exclusion, {{1, 10}}, {{1, 10}}), Pairs{});
-    EXPECT_EQ(compute(Op::Exclusion, {{1, 10}}, {{0, 20}}), Pairs{});
-    EXPECT_EQ(compute(Op::Exclusion, {{1, 10}}, {{11, 20}}), (Pairs{{1, 10}}));
-    EXPECT_EQ(compute(Op::Exclusion, {{1, 10}}, {}), (Pairs{{1, 10}}));
-    EXPECT_EQ(compute(Op::Exclusion, {}, {{1, 10}}), Pairs{});
-    EXPECT_EQ(compute(Op::Exclusion, {{1, 10}}, {{3, 4}, {6, 7}}), (Pairs{{1, 2}, {5, 5}, {8, 10}}));
-    EXPECT_EQ(compute(Op::Exclusion, {{1, 3}, {5, 10}}, {{2, 6}}), (Pairs{{1, 1}, {7, 10}}));
-    EXPECT_EQ(compute(Op::Exclusion, {{1, 3}, {5, 7}, {9, 12}}, {{2, 10}}), (Pairs{{1, 1}, {11, 12}}));
-    EXPECT_EQ(compute(Op::Exclusion, {{1, 3}, {10, 12}}, {{5, 6}}), (Pairs{{1, 3}, {10, 12}}));
-    // A range of B before all of A, and the tail of A after B's last range.
-    EXPECT_EQ(compute(Op::Exclusion, {{5, 6}, {8, 9}, {20, 30}}, {{1, 2}, {8, 8}}), (Pairs{{5, 6}, {9, 9}, {20, 30}}));
+TEST(RangeExclusion, AtTheExtremes) {
     EXPECT_EQ(compute(Op::Exclusion, {{kMin, kMax}}, {{0, 0}}), (Pairs{{kMin, -1}, {1, kMax}}));
     EXPECT_EQ(compute(Op::Exclusion, {{kMin, kMax}}, {{kMin, kMin}, {kMax, kMax}}), (Pairs{{kMin + 1, kMax - 1}}));
     EXPECT_EQ(compute(Op::Exclusion, {{kMin, kMin + 5}}, {{kMin + 1, kMin + 1}, {kMin + 3, kMax}}),
@@ -102,46 +70,16 @@ TEST(RangeExclusion, KnownAnswers) {
     EXPECT_EQ(compute(Op::Exclusion, {{-2, -2}, {kMax, kMax}}, {{-5, -5}}), (Pairs{{-2, kMax}}));
 }
 
-TEST(RangeArrayInsert, MergesTouchingAndOverlapping) {
+TEST(RangeArrayInsert, MergesAndWrapsAtTheTop) {
     auto insert = [](const Pairs& start, std::pair<int, int> r) {
         RV out;
         for (const R& e : ranges(start)) out.push_back(e);
         rangeArrayInsert(out, R{r.first, r.second});
         return pairs(out);
     };
-    const Pairs base{{1, 3}, {7, 9}};
-    EXPECT_EQ(insert(base, {10, 15}), (Pairs{{1, 3}, {7, 15}}));
-    EXPECT_EQ(insert({{1, 3}, {8, 9}}, {4, 6}), (Pairs{{1, 6}, {8, 9}}));
-    EXPECT_EQ(insert(base, {5, 5}), (Pairs{{1, 3}, {5, 5}, {7, 9}}));
-    EXPECT_EQ(insert(base, {4, 6}), (Pairs{{1, 9}}));
-    EXPECT_EQ(insert(base, {0, 100}), (Pairs{{0, 100}}));
-    EXPECT_EQ(insert(base, {-5, -1}), (Pairs{{-5, -1}, {1, 3}, {7, 9}}));
-    EXPECT_EQ(insert(base, {-5, 0}), (Pairs{{-5, 3}, {7, 9}}));
-    EXPECT_EQ(insert(base, {11, 12}), (Pairs{{1, 3}, {7, 9}, {11, 12}}));
-    EXPECT_EQ(insert(base, {2, 2}), base);
     EXPECT_EQ(insert({{1, 3}, {5, 5}, {7, 9}, {12, 13}, {20, 21}}, {2, 8}), (Pairs{{1, 9}, {12, 13}, {20, 21}}));
-    EXPECT_EQ(insert({}, {4, 4}), (Pairs{{4, 4}}));
     // r.upper + 1 wraps to INT_MIN, so every range counts as "beyond" r: r goes to the front.
     EXPECT_EQ(insert({{1, 3}}, {5, kMax}), (Pairs{{5, kMax}, {1, 3}}));
-}
-
-TEST(RangePredicates, AddingOneWrapsAtTheExtremes) {
-    EXPECT_FALSE(rangeArrayInsertPredUpper(R{1, 3}, R{4, 6}));     // touching is not "beyond"
-    EXPECT_TRUE(rangeArrayInsertPredUpper(R{5, kMax}, R{1, 3}));   // kMax + 1 wraps to kMin
-    EXPECT_FALSE(rangeArrayInsertPredLower(R{1, 4}, R{5, 6}));     // touching is not "before"
-    EXPECT_TRUE(rangeArrayInsertPredLower(R{0, kMax}, R{1, 2}));   // wraps: looks like it ends first
-    EXPECT_FALSE(inRangeArrayPredLower(R{1, 3}, 3));
-    EXPECT_TRUE(inRangeArrayPredLower(R{kMin, kMin}, kMin + 1));
-}
-
-TEST(MixArray, PushWritesScalarsAndFlaggedRanges) {
-    MixVec mix;
-    pushIntoMixArray(mix, 4, 4);
-    EXPECT_EQ(std::vector<int>(mix.begin(), mix.end()), (std::vector<int>{4}));
-    pushIntoMixArray(mix, 4, 6);
-    pushIntoMixArray(mix, 0, 2);
-    EXPECT_EQ(std::vector<int>(mix.begin(), mix.end()),
-              (std::vector<int>{4, static_cast<int>(0x80000004u), 6, kMin, 2}));
 }
 
 TEST(MixArray, ConvertReadsItemsInOrder) {
@@ -184,13 +122,6 @@ TEST(MixArray, ConvertReadsItemsInOrder) {
     std::vector<int> words(mix.begin(), mix.end());
     EXPECT_EQ(convert(words, error), items);
     EXPECT_EQ(error, nullptr);
-}
-
-TEST(ArrayDataType, OnlyTheThreeLowerCaseLetters) {
-    EXPECT_EQ(arrayDataTypeFromCharOrZero('s') * 100 + arrayDataTypeFromCharOrZero('r') * 10 +
-                  arrayDataTypeFromCharOrZero('m'), 345u);
-    EXPECT_EQ(arrayDataTypeFromCharOrZero('R'), 0u);
-    EXPECT_EQ(arrayDataTypeFromCharOrZero('x'), 0u);
 }
 
 // The accessors' bool arguments are ignored, and the dated string does not pad the month.

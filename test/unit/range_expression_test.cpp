@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <initializer_list>
-#include <utility>
 #include <random>
+#include <utility>
 
 #include "qnPgRangeExpression.h"
 #include "range_test_util.h"
@@ -33,20 +33,6 @@ struct Eval {
     }
     Pairs result() const { return pairs(e.result()); }
 };
-
-TEST(RangeExpression, IntersectionWithGroupThenExclusion) {
-    // A ∩ (B ∪ C) \ D
-    const Pairs a{{1, 20}, {30, 40}}, b{{5, 9}, {35, 50}}, c{{12, 32}}, d{{8, 13}};
-    Eval ev;
-    EXPECT_EQ(ev.add(word(1), a), E::None);
-    EXPECT_EQ(ev.add(word(2, 0, 1), b), E::None);
-    EXPECT_EQ(ev.add(word(1), c), E::None);
-    EXPECT_EQ(ev.add(word(3, 1), d), E::None);
-    EXPECT_EQ(ev.e.finish(), E::None);
-    const Pairs expected = compute(Op::Exclusion, compute(Op::Intersection, a, compute(Op::Union, b, c)), d);
-    EXPECT_EQ(expected, (Pairs{{5, 7}, {14, 20}, {30, 32}, {35, 40}}));
-    EXPECT_EQ(ev.result(), expected);
-}
 
 // An expression tree: each node joins its predecessor in its group with `op`; a
 // node is an operand unless it holds a group.
@@ -171,16 +157,6 @@ TEST(RangeExpression, Errors) {
     EXPECT_EQ(run({word(1), word(0, 0, 2), word(1, 1)}, &bad), P(E::UnknownOperation, 3));
     EXPECT_EQ(bad, 0);
     EXPECT_EQ(run({word(0, 0, 1), word(1), word(1, 1)}), P(E::UnknownOperation, 2));
-}
-
-TEST(RangeExpression, FirstRowJoinsTheEmptyRoot) {
-    for (int op : {2, 3}) {
-        Eval ev;
-        EXPECT_EQ(ev.add(word(op), {{1, 5}}), E::None);
-        EXPECT_EQ(ev.add(word(1, 0, 1), {{8, 9}}), E::None);  // a group joined by union is still taken
-        EXPECT_EQ(ev.e.finish(), E::None);
-        EXPECT_EQ(ev.result(), (Pairs{{8, 9}})) << "operation " << op;
-    }
 }
 
 }  // namespace
