@@ -242,3 +242,148 @@ CREATE FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) RETURNS b
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
 COMMENT ON FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) IS
     'true when every member of the set (''r'', ''s'' or ''m'') lies in the bitfield, runs by the bitfield inclusion rule';
+
+-- operators
+--
+-- The tests above as operators, for queries and GiST indexes. "<@" reads "lies
+-- in", "&&" "shares a member with", "@>" "contains". The right operand of an
+-- int4 "<@" can be a range array, a bitfield or a packed range: give untyped
+-- literals a cast.
+
+CREATE FUNCTION qn_int4rangepacked_contains_int4(int8, int4) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4rangepacked_contains_int4(int8, int4) IS
+    'true when the value lies in the packed range (the function behind int8 @> int4)';
+
+CREATE OPERATOR <@ (
+    LEFTARG = int4, RIGHTARG = int4[], FUNCTION = qn_int4_in_rangearray,
+    RESTRICT = contsel, JOIN = contjoinsel
+);
+COMMENT ON OPERATOR <@ (int4, int4[]) IS 'value lies in the range array';
+
+CREATE OPERATOR <@ (
+    LEFTARG = int4, RIGHTARG = bytea, FUNCTION = qn_int4_in_rangebitfield,
+    RESTRICT = contsel, JOIN = contjoinsel
+);
+COMMENT ON OPERATOR <@ (int4, bytea) IS 'value lies in the bitfield';
+
+CREATE OPERATOR <@ (
+    LEFTARG = int4, RIGHTARG = int8, FUNCTION = qn_int4_in_packedrange,
+    COMMUTATOR = @>, RESTRICT = contsel, JOIN = contjoinsel
+);
+COMMENT ON OPERATOR <@ (int4, int8) IS 'value lies in the packed range';
+
+CREATE OPERATOR @> (
+    LEFTARG = int8, RIGHTARG = int4, FUNCTION = qn_int4rangepacked_contains_int4,
+    COMMUTATOR = <@, RESTRICT = contsel, JOIN = contjoinsel
+);
+COMMENT ON OPERATOR @> (int8, int4) IS 'packed range contains the value';
+
+CREATE OPERATOR && (
+    LEFTARG = int8, RIGHTARG = int4[], FUNCTION = qn_int4rangepacked_in_rangearray,
+    RESTRICT = areasel, JOIN = areajoinsel
+);
+COMMENT ON OPERATOR && (int8, int4[]) IS 'packed range shares a member with the range array';
+
+CREATE OPERATOR && (
+    LEFTARG = int8, RIGHTARG = int8, FUNCTION = qn_int4rangepacked_in_int4rangepacked,
+    COMMUTATOR = &&, RESTRICT = areasel, JOIN = areajoinsel
+);
+COMMENT ON OPERATOR && (int8, int8) IS 'packed ranges share a member';
+
+CREATE OPERATOR <@ (
+    LEFTARG = int8, RIGHTARG = int8, FUNCTION = qn_int4rangepacked_included_in_int4rangepacked,
+    COMMUTATOR = @>, RESTRICT = contsel, JOIN = contjoinsel
+);
+COMMENT ON OPERATOR <@ (int8, int8) IS 'packed range lies within the other';
+
+CREATE OPERATOR @> (
+    LEFTARG = int8, RIGHTARG = int8, FUNCTION = qn_int4rangepacked_contains_int4rangepacked,
+    COMMUTATOR = <@, RESTRICT = contsel, JOIN = contjoinsel
+);
+COMMENT ON OPERATOR @> (int8, int8) IS 'packed range contains the other';
+
+-- GiST
+--
+-- Two operator classes with one kind of key, a packed range: qn_gist_int4_ops
+-- for int4 columns, qn_gist_rangepacked_ops for packed-range int8 columns.
+-- Neither is the default (btree_gist provides the defaults for int4 and int8):
+-- name them in CREATE INDEX. The support functions take internal and cannot be
+-- called with user data.
+
+CREATE FUNCTION qn_gist_range_consistent(internal, int4, int2, oid, internal) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_consistent(internal, int4, int2, oid, internal) IS
+    'GiST consistent function of qn_gist_int4_ops';
+
+CREATE FUNCTION qn_gist_range_consistent(internal, int8, int2, oid, internal) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_consistent(internal, int8, int2, oid, internal) IS
+    'GiST consistent function of qn_gist_rangepacked_ops';
+
+CREATE FUNCTION qn_gist_range_union(internal, internal) RETURNS int8
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_union(internal, internal) IS
+    'GiST union: the packed range covering all keys';
+
+CREATE FUNCTION qn_gist_range_compress_int4(internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_compress_int4(internal) IS
+    'GiST compress for int4 columns: the value v becomes the key [v; v]';
+
+CREATE FUNCTION qn_gist_range_compress_int8(internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_compress_int8(internal) IS
+    'GiST compress for packed-range columns: refuses a range whose upper bound is below its lower';
+
+CREATE FUNCTION qn_gist_range_decompress(internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_decompress(internal) IS
+    'GiST decompress: keys are stored as they are used';
+
+CREATE FUNCTION qn_gist_range_penalty(internal, internal, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_penalty(internal, internal, internal) IS
+    'GiST penalty: the growth of the existing key, with a fraction preferring the tightest cover';
+
+CREATE FUNCTION qn_gist_range_picksplit(internal, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_picksplit(internal, internal) IS
+    'GiST picksplit: a two-ended sweep by lower and by upper bound';
+
+CREATE FUNCTION qn_gist_range_same(int8, int8, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_same(int8, int8, internal) IS
+    'GiST same: the keys are equal';
+
+CREATE OPERATOR CLASS qn_gist_int4_ops FOR TYPE int4 USING gist AS
+    OPERATOR 1 <@ (int4, int4[]),
+    OPERATOR 2 <@ (int4, bytea),
+    OPERATOR 3 <@ (int4, int8),
+    FUNCTION 1 qn_gist_range_consistent(internal, int4, int2, oid, internal),
+    FUNCTION 2 qn_gist_range_union(internal, internal),
+    FUNCTION 3 qn_gist_range_compress_int4(internal),
+    FUNCTION 4 qn_gist_range_decompress(internal),
+    FUNCTION 5 qn_gist_range_penalty(internal, internal, internal),
+    FUNCTION 6 qn_gist_range_picksplit(internal, internal),
+    FUNCTION 7 qn_gist_range_same(int8, int8, internal),
+    STORAGE int8;
+COMMENT ON OPERATOR CLASS qn_gist_int4_ops USING gist IS
+    'int4 values lying in a range array, a bitfield or a packed range';
+
+CREATE OPERATOR CLASS qn_gist_rangepacked_ops FOR TYPE int8 USING gist AS
+    OPERATOR 11 && (int8, int4[]),
+    OPERATOR 13 && (int8, int8),
+    OPERATOR 14 <@ (int8, int8),
+    OPERATOR 15 @> (int8, int8),
+    OPERATOR 16 @> (int8, int4),
+    FUNCTION 1 qn_gist_range_consistent(internal, int8, int2, oid, internal),
+    FUNCTION 2 qn_gist_range_union(internal, internal),
+    FUNCTION 3 qn_gist_range_compress_int8(internal),
+    FUNCTION 4 qn_gist_range_decompress(internal),
+    FUNCTION 5 qn_gist_range_penalty(internal, internal, internal),
+    FUNCTION 6 qn_gist_range_picksplit(internal, internal),
+    FUNCTION 7 qn_gist_range_same(int8, int8, internal),
+    STORAGE int8;
+COMMENT ON OPERATOR CLASS qn_gist_rangepacked_ops USING gist IS
+    'packed ranges overlapping a range array or a packed range, contained in or containing one, or containing a value';

@@ -90,10 +90,11 @@ inline ArrayType* buildRangeArrayResult(const PgRangeVector& v, const char* func
 // 53200 with no message when no memory can be had.
 bytea* allocateBytea(uint64_t n);
 
-// Argument argno, detoasted. A value stored out of line (TOAST) is fetched once
-// per call site and kept for the rest of the query, keyed by its TOAST pointer:
-// one large range array or bitfield tested against many rows is then read once,
-// not once per row. The result must be neither freed nor modified.
+// Argument argno, detoasted. A value stored out of line (TOAST) or compressed is
+// expanded once per call site and kept while the same value keeps coming, known
+// by its TOAST pointer or its compressed bytes: one large range array or bitfield
+// tested against many rows is then expanded once, not once per row. The result
+// must be neither freed nor modified.
 const varlena* detoastArgumentCached(FunctionCallInfo fcinfo, int argno);
 
 inline const ArrayType* arrayArgumentCached(FunctionCallInfo fcinfo, int argno) {

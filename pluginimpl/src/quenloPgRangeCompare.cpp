@@ -134,9 +134,10 @@ Datum qn_int4_in_packedrange(PG_FUNCTION_ARGS) {
 }
 
 // v (argument 1) lies in the packed range (argument 2); argument 0 is not read.
+// Called with two arguments (packed range, v), the operator form, it reads those.
 Datum qn_int4rangepacked_contains_int4(PG_FUNCTION_ARGS) {
     const int32 v = PG_GETARG_INT32(1);
-    const PackedRange r = packedArgument(fcinfo, 2);
+    const PackedRange r = packedArgument(fcinfo, PG_NARGS() == 2 ? 0 : 2);
     PG_RETURN_BOOL(r.lower <= v && v <= r.upper);
 }
 

@@ -56,34 +56,50 @@ ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* functi
 
 namespace {
 
-// The out-of-line arguments last fetched at one call site, by argument number.
+// The toasted arguments last expanded at one call site, by argument number: an
+// out-of-line value is known by its TOAST pointer, a compressed inline one by
+// its compressed bytes (comparing them costs far less than decompressing).
 struct DetoastCache {
     static constexpr int kArguments = 4;
     struct Slot {
         varatt_external pointer;
+        varlena* compressed;  // a copy of the compressed inline value, else null
         varlena* value;
     } slots[kArguments];
 };
+
+bool slotHolds(const DetoastCache::Slot& slot, const varlena* raw, const varatt_external& pointer) {
+    if (!slot.value) return false;
+    if (VARATT_IS_EXTERNAL_ONDISK(raw)) return !slot.compressed && memcmp(&slot.pointer, &pointer, sizeof pointer) == 0;
+    return slot.compressed && VARSIZE(slot.compressed) == VARSIZE(raw) && memcmp(slot.compressed, raw, VARSIZE(raw)) == 0;
+}
 
 }  // namespace
 
 const varlena* detoastArgumentCached(FunctionCallInfo fcinfo, int argno) {
     auto* raw = reinterpret_cast<varlena*>(PG_GETARG_POINTER(argno));
-    if (!VARATT_IS_EXTERNAL_ONDISK(raw) || !fcinfo->flinfo || argno >= DetoastCache::kArguments)
+    const bool external = VARATT_IS_EXTERNAL_ONDISK(raw);
+    if (!(external || VARATT_IS_COMPRESSED(raw)) || !fcinfo->flinfo || argno >= DetoastCache::kArguments)
         return pg_detoast_datum(raw);
     auto* cache = static_cast<DetoastCache*>(fcinfo->flinfo->fn_extra);
     if (!cache) {
         cache = static_cast<DetoastCache*>(MemoryContextAllocZero(fcinfo->flinfo->fn_mcxt, sizeof(DetoastCache)));
         fcinfo->flinfo->fn_extra = cache;
     }
-    varatt_external pointer;
-    VARATT_EXTERNAL_GET_POINTER(pointer, raw);
+    varatt_external pointer{};
+    if (external) VARATT_EXTERNAL_GET_POINTER(pointer, raw);
     DetoastCache::Slot& slot = cache->slots[argno];
-    if (slot.value && memcmp(&slot.pointer, &pointer, sizeof pointer) == 0) return slot.value;
+    if (slotHolds(slot, raw, pointer)) return slot.value;
+    if (slot.value) pfree(slot.value);
+    if (slot.compressed) pfree(slot.compressed);
+    slot.value = slot.compressed = nullptr;
     MemoryContext caller = MemoryContextSwitchTo(fcinfo->flinfo->fn_mcxt);
     varlena* value = pg_detoast_datum(raw);
+    if (!external) {
+        slot.compressed = static_cast<varlena*>(palloc(VARSIZE(raw)));
+        memcpy(slot.compressed, raw, VARSIZE(raw));
+    }
     MemoryContextSwitchTo(caller);
-    if (slot.value) pfree(slot.value);
     slot.pointer = pointer;
     slot.value = value;
     return value;

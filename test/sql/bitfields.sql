@@ -103,13 +103,19 @@ SELECT count(*) AS cases,
        count(*) FILTER (WHERE s && t) AS overlapping, count(*) FILTER (WHERE s @> t) AS included
 FROM sets, probes;
 
--- Bitfields stored out of line, alternating per row: each row reads its own.
+-- Bitfields stored out of line or compressed inline, alternating per row: each
+-- row reads its own.
 CREATE TABLE stored (id int, bf bytea);
 ALTER TABLE stored ALTER bf SET STORAGE EXTERNAL;
 INSERT INTO stored SELECT id, qn_int4set2bitfield_int4('s', ARRAY(SELECT g FROM generate_series(0, 50000) g WHERE g % (id + 1) = 0))
 FROM generate_series(1, 3) id;
+CREATE TABLE stored_compressed (id int, bf bytea);
+ALTER TABLE stored_compressed ALTER bf SET STORAGE MAIN;
+INSERT INTO stored_compressed SELECT * FROM stored;
+SELECT count(*) FILTER (WHERE pg_column_size(bf) < octet_length(bf)) AS compressed FROM stored_compressed;
 SELECT count(*) AS cases,
        count(*) FILTER (WHERE qn_int4_in_rangebitfield(v, bf) = (v % (id + 1) = 0)
                         AND qn_int4set_overlap_bitfield('s', ARRAY[v], bf) = (v % (id + 1) = 0)) AS own_answer
-FROM (SELECT v, id, bf FROM generate_series(0, 50000, 13) v, stored ORDER BY v, id) q;
-DROP TABLE stored;
+FROM (SELECT v, id, bf FROM generate_series(0, 50000, 13) v, (TABLE stored UNION ALL TABLE stored_compressed) s
+      ORDER BY v, id) q;
+DROP TABLE stored, stored_compressed;

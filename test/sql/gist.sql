@@ -1,0 +1,140 @@
+-- GiST: both operator classes validate; every indexable operator returns the
+-- same rows through the index as by a sequential scan, on 100,000 random rows,
+-- for an index built over loaded rows, one filled by inserts (page splits), and
+-- after DELETE and VACUUM; the compress and consistent functions refuse what
+-- they must.
+\i sql/include/errors.psql
+SET jit = off;  -- forced index plans cost enough to be compiled, which only slows the test
+
+SELECT opcname, amvalidate(oid) FROM pg_opclass WHERE opcname LIKE 'qn_gist%' ORDER BY 1;
+
+SELECT setseed(0.17);
+-- int4 values: half dense around zero, half anywhere, and both extremes.
+CREATE TABLE gi AS
+SELECT i AS id, CASE WHEN i % 2 = 0 THEN (random() * 200000 - 100000)::int
+                     ELSE (random() * 4294967295 - 2147483648)::bigint::int END AS v
+FROM generate_series(1, 100000) i;
+INSERT INTO gi VALUES (100001, -2147483648), (100002, 2147483647);
+-- Packed ranges: single values, narrow, medium and wide spans; lower bounds dense
+-- around zero or anywhere, some at -2147483648, wide ones clipped at 2147483647.
+CREATE TABLE gp AS
+SELECT i AS id, qn_range_pack(lo::int, least(lo + w, 2147483647)::int) AS r
+FROM (SELECT i,
+             CASE WHEN i % 50 = 0 THEN -2147483648
+                  WHEN i % 2 = 0 THEN (random() * 2000000 - 1000000)::bigint
+                  ELSE (random() * 4294967295 - 2147483648)::bigint END AS lo,
+             CASE i % 4 WHEN 0 THEN 0 WHEN 1 THEN (random() * 100)::bigint
+                        WHEN 2 THEN (random() * 100000)::bigint
+                        ELSE (random() ^ 3 * 4294967295)::bigint END AS w
+      FROM generate_series(1, 100000) i) s;
+
+-- 30 queries: a range array of a few runs, a bitfield over a stretch near zero,
+-- a packed range, and a value (some at the bounds of stored ranges, and the extremes).
+CREATE TABLE gq AS
+SELECT q AS qid,
+       (SELECT int4set_agg(lo, lo + (random() * w)::int, 'r')
+        FROM (SELECT CASE WHEN q % 3 = 0 THEN (random() * 4e9 - 2e9)::int ELSE (random() * 2e5 - 1e5)::int END AS lo,
+                     CASE WHEN q % 5 = 0 THEN 1e7 ELSE 300 END AS w, q FROM generate_series(1, 1 + q % 7)) s) AS arr,
+       (SELECT qn_int4set2bitfield_int4('r', int4set_agg(lo, lo + (random() * 40)::int, 'r'))
+        FROM (SELECT (q * 1000 - 15000 + random() * 30000)::int AS lo, q FROM generate_series(1, 400)) s) AS bf,
+       CASE WHEN q % 6 = 0 THEN qn_range_pack(-2147483648, (random() * 1e5 - 2147483648)::int)
+            WHEN q % 6 = 1 THEN qn_range_pack((2147483647 - random() * 1e6)::int, 2147483647)
+            ELSE (SELECT qn_range_pack(lo, (lo + random() * w)::int)
+                  FROM (SELECT (random() * 2e6 - 1e6)::int AS lo, CASE q % 3 WHEN 0 THEN 10 ELSE 2e6 END AS w, q) s) END AS pr,
+       CASE WHEN q = 1 THEN -2147483648 WHEN q = 2 THEN 2147483647 WHEN q % 2 = 0 THEN (random() * 2e5 - 1e5)::int
+            ELSE (SELECT CASE WHEN q % 4 = 1 THEN qn_rangepacked_lower(r) ELSE qn_rangepacked_upper(r) END
+                  FROM gp WHERE id = q * 997) END AS val
+FROM generate_series(1, 30) q;
+-- Stored ranges equal to some query ranges, so that inclusion and containment meet equal bounds.
+INSERT INTO gp SELECT -qid, pr FROM gq WHERE qid % 4 = 0;
+
+-- For `tbl.col <op> gq.arg`, the matching ids of every query, by a sequential
+-- scan and then with sequential scans off: whether they agree, whether EXPLAIN
+-- shows the index, and how many queries matched some rows.
+CREATE FUNCTION pg_temp.check(tbl text, col text, op text, arg text,
+                              OUT operator text, OUT same_rows bool, OUT index_used bool, OUT queries_hit bigint)
+LANGUAGE plpgsql AS $$
+DECLARE
+    matches text := format('SELECT q.qid, ARRAY(SELECT t.id FROM %I t WHERE t.%I %s q.%I ORDER BY t.id) AS ids FROM gq q',
+                           tbl, col, op, arg);
+    digest text := format('SELECT string_agg(qid || %L || ids::text, %L ORDER BY qid), count(*) FILTER (WHERE ids <> %L) FROM (%s) m',
+                          ':', ';', '{}', matches);
+    by_scan text;
+    by_index text;
+    line text;
+BEGIN
+    operator := format('%s.%s %s %s', tbl, col, op, arg);
+    PERFORM set_config('enable_seqscan', 'on', true);
+    PERFORM set_config('enable_indexscan', 'off', true);
+    PERFORM set_config('enable_bitmapscan', 'off', true);
+    EXECUTE digest INTO by_scan, queries_hit;
+    PERFORM set_config('enable_seqscan', 'off', true);
+    PERFORM set_config('enable_indexscan', 'on', true);
+    PERFORM set_config('enable_bitmapscan', 'on', true);
+    index_used := false;
+    FOR line IN EXECUTE 'EXPLAIN ' || matches LOOP
+        index_used := index_used OR line ~ ('Index Scan (using|on) ' || tbl || '_' || col);
+    END LOOP;
+    EXECUTE digest INTO by_index;
+    same_rows := by_scan = by_index;
+END $$;
+CREATE FUNCTION pg_temp.check_all(ti text, tp text) RETURNS TABLE(operator text, same_rows bool, index_used bool, queries_hit bigint)
+LANGUAGE sql AS $$
+    SELECT r.* FROM (VALUES
+        (ti, 'v', '<@', 'arr'), (ti, 'v', '<@', 'bf'), (ti, 'v', '<@', 'pr'),
+        (tp, 'r', '&&', 'arr'), (tp, 'r', '&&', 'pr'), (tp, 'r', '<@', 'pr'), (tp, 'r', '@>', 'pr'), (tp, 'r', '@>', 'val')) x(t, c, o, a),
+    LATERAL pg_temp.check(t, c, o, a) r
+$$;
+
+-- An index built over the loaded rows.
+CREATE INDEX gi_v ON gi USING gist (v qn_gist_int4_ops);
+CREATE INDEX gp_r ON gp USING gist (r qn_gist_rangepacked_ops);
+SELECT * FROM pg_temp.check_all('gi', 'gp');
+
+-- Indexes created empty and filled by inserts, splitting pages as they go.
+CREATE TABLE gi2 (id int, v int4);
+CREATE TABLE gp2 (id int, r int8);
+CREATE INDEX gi2_v ON gi2 USING gist (v qn_gist_int4_ops);
+CREATE INDEX gp2_r ON gp2 USING gist (r qn_gist_rangepacked_ops);
+INSERT INTO gi2 SELECT * FROM gi ORDER BY random();
+INSERT INTO gp2 SELECT * FROM gp ORDER BY random();
+SELECT * FROM pg_temp.check_all('gi2', 'gp2');
+
+-- After deleting two rows in three and vacuuming, then inserting again.
+DELETE FROM gi2 WHERE id % 3 <> 0;
+DELETE FROM gp2 WHERE id % 3 <> 0;
+VACUUM gi2;
+VACUUM gp2;
+INSERT INTO gi2 SELECT id + 200000, v FROM gi WHERE id % 10 = 1;
+INSERT INTO gp2 SELECT id + 200000, r FROM gp WHERE id % 10 = 1;
+SELECT * FROM pg_temp.check_all('gi2', 'gp2');
+
+-- Refusals through the index: an inverted packed range cannot be indexed; a
+-- range array query of odd length and a malformed bitfield are refused, while
+-- empty queries and arrays that are not one-dimensional match nothing.
+SET enable_seqscan = off;
+SELECT pg_temp.try('INSERT INTO gp2 VALUES (0, (5::int8 << 32) | 7)') AS inverted;
+SELECT q, pg_temp.try(format('SELECT count(*) FROM gi WHERE v %s', q)) AS outcome
+FROM (VALUES ('<@ ''{1,2,3}''::int4[]'), ('<@ ''\x0102''::bytea'),
+             ('<@ ''\x000000000100000000000000''::bytea')) t(q);
+SELECT (SELECT count(*) FROM gi WHERE v <@ '{}'::int4[]) AS empty_array,
+       (SELECT count(*) FROM gi WHERE v <@ '{{1,2},{3,4}}'::int4[]) AS two_dimensional,
+       (SELECT count(*) FROM gi WHERE v <@ qn_int4set2bitfield_int4('s', '{}')) AS empty_bitfield,
+       (SELECT count(*) FROM gp WHERE r && '{}'::int4[]) AS packed_empty_array;
+
+-- An operator class that maps strategy numbers the consistent function does not
+-- implement: the query fails cleanly.
+CREATE OPERATOR CLASS unimplemented_strategies FOR TYPE int8 USING gist AS
+    OPERATOR 4 = (int8, int8),
+    OPERATOR 12 < (int8, int8),
+    OPERATOR 17 > (int8, int8),
+    FUNCTION 1 qn_gist_range_consistent(internal, int8, int2, oid, internal),
+    FUNCTION 2 qn_gist_range_union(internal, internal),
+    FUNCTION 3 qn_gist_range_compress_int8(internal),
+    FUNCTION 5 qn_gist_range_penalty(internal, internal, internal),
+    FUNCTION 6 qn_gist_range_picksplit(internal, internal),
+    FUNCTION 7 qn_gist_range_same(int8, int8, internal);
+CREATE TABLE gs AS SELECT qn_range_pack(i, i + 5) AS r FROM generate_series(1, 1000) i;
+CREATE INDEX gs_r ON gs USING gist (r unimplemented_strategies);
+SELECT op, pg_temp.try(format('SELECT count(*) FROM gs WHERE r %s 5::int8', op)) AS outcome
+FROM (VALUES ('='), ('<'), ('>')) t(op);
