@@ -243,6 +243,42 @@ CREATE FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) RETURNS b
 COMMENT ON FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) IS
     'true when every member of the set (''r'', ''s'' or ''m'') lies in the bitfield, runs by the bitfield inclusion rule';
 
+-- conversions between set forms
+--
+-- A set of integers travels as an int4[] in one of three forms, named by a
+-- letter: 'r' range array, 's' scalar set (ascending members), 'm' mix array (a
+-- count word, then scalars and ranges whose lower bound has its sign bit set).
+-- These functions read their own null flags: a NULL argument gives NULL.
+
+CREATE FUNCTION qn_int4setconv_int4("char", int4[], "char") RETURNS int4[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4setconv_int4("char", int4[], "char") IS
+    'the set given in the first form (''r'', ''s'' or ''m'') converted to the second; a form to itself is refused; NULL for a NULL input form or set, a NULL output form is an error';
+
+CREATE FUNCTION qn_sort_int4(int4[]) RETURNS int4[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_sort_int4(int4[]) IS
+    'the values in ascending order, duplicates kept; NULL for NULL';
+
+CREATE FUNCTION qn_count_scalar_in_int4set("char", int4[]) RETURNS int4
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_count_scalar_in_int4set("char", int4[]) IS
+    'number of integers of a set (''r'', ''s'' or ''m'') without expanding it: pair widths summed, element count, or the mix count word; NULL for a NULL argument or an array that is not int4[]';
+
+-- bytea decoders
+--
+-- A bytea of 4-byte words in the server's byte order, expanded into an array.
+
+CREATE FUNCTION qn_bytea2floatarray(bytea) RETURNS float4[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_bytea2floatarray(bytea) IS
+    'the bytea read as float4 values, bit for bit; NULL for NULL';
+
+CREATE FUNCTION qn_bytea2mix2rangearray(bytea) RETURNS int4[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_bytea2mix2rangearray(bytea) IS
+    'the bytea read as a mix array, as a range array with one range per item (not sorted or merged); NULL for NULL';
+
 -- operators
 --
 -- The tests above as operators, for queries and GiST indexes. "<@" reads "lies

@@ -1,0 +1,122 @@
+// Conversions between the int4[] forms of a set: scalar set ('s'), range array
+// ('r') and mix array ('m'), and counting a set's members without expanding it.
+//
+// Inputs are read through [first, last) spans and never past them; outputs go to
+// a tVector the caller owns, or to a buffer whose capacity the caller states and
+// which is never written past. Free of server headers on purpose: include it
+// before postgres.h.
+#pragma once
+
+#ifdef POSTGRES_H
+static_assert(false, "qnPgSetConversions.h must not see server headers: include it before postgres.h");
+#endif
+
+#include <cstdint>
+
+#include "qnPgRangeArray.h"
+#include "qnPgRangeSetBuilder.h"
+
+namespace qn::pgRangeArray {
+
+// Calls emit(start, end) for each run of consecutive values of a non-decreasing
+// scalar list, in order; duplicates fold into their run. A value continues the
+// run when value - previous, wrapped to 32 bits, is at most 1, so a step of 2^31
+// or more wraps negative and continues it too (kept as the format has always
+// read it). Returns false, after emitting the runs before it, at the first value
+// below its predecessor.
+template <typename Emit>
+bool forEachScalarRun(const int32_t* first, const int32_t* last, Emit emit) {
+    if (first == last) return true;
+    int32_t start = *first;
+    int32_t previous = start;
+    for (const int32_t* p = first + 1; p != last; ++p) {
+        const int32_t v = *p;
+        if (v < previous) return false;
+        if (wrapSub<int32_t>(v, previous) > 1) {
+            emit(start, previous);
+            start = v;
+        }
+        previous = v;
+    }
+    emit(start, previous);
+    return true;
+}
+
+// 's' to 'r': the runs of a sorted scalar list as ranges. False when unsorted.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+bool scalarsToRanges(const int32_t* first, const int32_t* last, RangeVector<int32_t, A, F>& out) {
+    out.clear();
+    return forEachScalarRun(first, last, [&](int32_t s, int32_t e) { out.push_back(Range<int32_t>{s, e}); });
+}
+
+// 's' to 'm': the count word holds the number of input values (duplicates
+// included), then one item per run. An empty list gives no words at all, not
+// even the count word. False when unsorted.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+bool scalarsToMixArray(const int32_t* first, const int32_t* last, qn::pg::tVector<int, A, F>& mix) {
+    mix.clear();
+    if (first == last) return true;
+    const auto count = static_cast<uint64_t>(last - first);
+    mix.reserve(count / 2 + 2);
+    mix.push_back(static_cast<int>(count));
+    return forEachScalarRun(first, last, [&](int32_t s, int32_t e) { pushIntoMixArray(mix, s, e); });
+}
+
+// 'r' to 'm': one item per pair, in order and unchecked, after a count word that
+// holds the 32-bit wrapping total of upper - lower + 1. An empty list gives the
+// count word 0 alone.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+void rangesToMixArray(const Range<int32_t>* first, const Range<int32_t>* last, qn::pg::tVector<int, A, F>& mix) {
+    mix.clear();
+    mix.push_back(0);
+    uint32_t total = 0;
+    for (; first != last; ++first) {
+        total += static_cast<uint32_t>(first->upper) - static_cast<uint32_t>(first->lower) + 1u;
+        pushIntoMixArray(mix, first->lower, first->upper);
+    }
+    mix[0] = static_cast<int>(total);
+}
+
+// The member count of a range array as the count function reports it: each pair
+// adds upper - lower + 1 computed in 32 bits (an inverted pair adds zero or a
+// negative number), summed in 64 bits, truncated to 32.
+inline int32_t rangeArrayCount32(const Range<int32_t>* first, const Range<int32_t>* last) {
+    int64_t total = 0;
+    for (; first != last; ++first)
+        total += wrapAdd<int32_t>(wrapSub<int32_t>(first->upper, first->lower), 1);
+    return static_cast<int32_t>(static_cast<uint64_t>(total));
+}
+
+enum class MixExpandError {
+    None,
+    InvalidRange,   // a range opener without an upper word, an upper with its sign bit set, or lower > upper
+    CountMismatch,  // the items hold more or fewer integers than `capacity`
+};
+
+// 'm' to 's': writes every integer of the mix items [first, last) (the words after
+// the count word) into out, which has room for exactly `capacity` values, the
+// declared count. Never writes past capacity: once the items overflow it, the
+// rest are still checked for malformed ranges (which take precedence) but only
+// counted. Calls poll() at least once per range item and between chunks of a
+// long one, so that a long expansion can be cancelled.
+template <typename Poll>
+MixExpandError expandMixArray(const int32_t* first, const int32_t* last, int32_t* out, uint64_t capacity, Poll poll) {
+    uint64_t written = 0;
+    for (const int32_t* p = first; p != last;) {
+        if (*p >= 0) {
+            if (written < capacity) out[written] = *p;
+            ++written;
+            ++p;
+            continue;
+        }
+        const Range<int32_t> r{*p & 0x7fffffff, p + 1 != last ? p[1] : -1};
+        if (r.upper < 0 || r.lower > r.upper) return MixExpandError::InvalidRange;
+        const uint64_t width = static_cast<uint64_t>(int64_t{r.upper} - r.lower) + 1;
+        if (written <= capacity && width <= capacity - written) writeMembers(&r, &r + 1, out + written, poll);
+        written += width;
+        p += 2;
+    }
+    return written == capacity ? MixExpandError::None : MixExpandError::CountMismatch;
+}
+
+}  // namespace qn::pgRangeArray

@@ -1,0 +1,96 @@
+-- Conversions between the set forms, sorting and counting sets, and the bytea
+-- decoders: known answers and errors, then round trips on random sets checked
+-- against int4set_agg and plain SQL.
+\i sql/include/errors.psql
+
+-- run(query): the query's single value as text ('NULL' for NULL), or its error.
+CREATE FUNCTION pg_temp.run(query text) RETURNS text LANGUAGE plpgsql AS $$
+DECLARE result text;
+BEGIN
+    EXECUTE query INTO result;
+    RETURN coalesce(result, 'NULL');
+EXCEPTION WHEN OTHERS THEN
+    RETURN SQLSTATE || ': ' || SQLERRM;
+END $$;
+
+-- Every pair of forms, including what each refuses. 's' runs continue across a
+-- wrapped step of 2^31 or more; 'r' pairs are expanded and 'm' items converted
+-- as they come; 'm' to 's' must fill exactly the count word's size, so the mix
+-- array of an 's' list with duplicates (whose count word counts them) does not
+-- expand back.
+SELECT f, a, t, pg_temp.run(format('SELECT qn_int4setconv_int4(%L, %L, %L)', f, a, t)) AS result
+FROM (VALUES ('s'::"char", '{1,2,3,5,5,6}'::int4[], 'r'::"char"), ('s', '{}', 'r'), ('s', '{-2147483648,2147483647}', 'r'),
+             ('s', '{3,1}', 'r'), ('s', '{1,2,2,5}', 'm'), ('s', '{}', 'm'), ('s', '{3,1}', 'm'),
+             ('r', '{5,3,7,8}', 's'), ('r', '{1,4,3,5}', 's'), ('r', '{2147483645,2147483647}', 's'),
+             ('r', '{1,2,3}', 's'), ('r', '{0,2147483647}', 's'),
+             ('r', '{1,5,7,7,9,8}', 'm'), ('r', '{}', 'm'), ('r', '{1,2,3}', 'm'),
+             ('m', '{0,5,-2147483641,9,-2147483647,2}', 'r'), ('m', '{0,-2147483641}', 'r'), ('m', '{0}', 'r'),
+             ('m', '{4,5,-2147483641,9}', 's'), ('m', '{3,-3,2147483647}', 's'), ('m', '{}', 's'), ('m', '{0}', 's'),
+             ('m', '{5,5,-2147483641,9}', 's'), ('m', '{3,5,-2147483641,9}', 's'), ('m', '{4,-2147483647,2,5}', 's'),
+             ('m', '{1,5,6,-2147483641}', 's'), ('m', '{8,-2147483645,-2147483643}', 's'), ('m', '{8,-2147483639,7}', 's'),
+             ('m', '{2147483647,5}', 's'), ('m', '{-1,5}', 's'),
+             ('s', '{{1,2},{3,4}}', 'r'), ('r', '{1,NULL}', 's'), ('m', '{{2,3}}', 's'),
+             ('s', '{1}', 's'), ('r', '{}', 'r'), ('m', '{}', 'm'), ('x', '{1}', 'r'), ('s', '{1}', 'R'),
+             (NULL, '{1}', 'r'), ('s', NULL, 'r'), ('s', '{1}', NULL), (NULL, NULL, NULL)) c(f, a, t);
+
+-- Every empty result is the one-dimensional empty array (dims [1:0]), not the
+-- server's zero-dimensional one.
+SELECT count(*) AS empty_results, count(*) FILTER (WHERE array_dims(e) = '[1:0]') AS one_dimensional
+FROM (VALUES (qn_int4setconv_int4('s', '{}', 'r')), (qn_int4setconv_int4('s', '{}', 'm')), (qn_int4setconv_int4('r', '{5,4}', 's')),
+             (qn_int4setconv_int4('m', '{}', 's')), (qn_int4setconv_int4('m', '{0}', 'r')), (qn_sort_int4('{}')),
+             (qn_bytea2mix2rangearray('\x'))) t(e);
+
+-- Sorting and counting.
+SELECT a, qn_sort_int4(a) AS sorted, qn_count_scalar_in_int4set('s', a) AS s_count
+FROM (VALUES ('{3,1,2,1}'::int4[]), ('{2147483647,-2147483648,0}'), ('{}'), ('{{3,1},{2,0}}'), ('{1,NULL}'), (NULL)) t(a);
+SELECT f, a, pg_temp.run(format('SELECT qn_count_scalar_in_int4set(%L, %L)', f, a)) AS count
+FROM (VALUES ('r', '{1,5,10,10}'), ('r', '{1,5,7}'), ('r', '{5,3}'), ('r', '{-2147483648,2147483647}'), ('r', '{{1,5}}'),
+             ('m', '{77,1}'), ('m', '{}'), ('s', '{4,4,9}'), ('x', '{1}'), (NULL, '{1}'), ('s', NULL)) t(f, a);
+
+-- Bytea decoders. le(a): the int4 words of a in the server's (little-endian) order.
+CREATE FUNCTION pg_temp.le(a int4[]) RETURNS bytea LANGUAGE sql AS $$
+    SELECT coalesce(decode(string_agg(regexp_replace(lpad(to_hex(v), 8, '0'), '(..)(..)(..)(..)', '\4\3\2\1'), '' ORDER BY o), 'hex'), '')
+    FROM unnest(a) WITH ORDINALITY w(v, o)
+$$;
+SELECT qn_bytea2floatarray('\x0000803f000000c0') AS two, array_dims(qn_bytea2floatarray('\x')) AS empty_dims,
+       qn_bytea2floatarray(NULL) IS NULL AS null_float, qn_bytea2mix2rangearray(NULL) IS NULL AS null_mix,
+       pg_temp.try($$SELECT qn_bytea2floatarray('\x000000000000')$$) AS six_bytes,
+       pg_temp.try($$SELECT qn_bytea2mix2rangearray('\x00000000050000000600')$$) AS ten_bytes;
+SELECT a, pg_temp.run(format('SELECT qn_bytea2mix2rangearray(%L)', pg_temp.le(a))) AS ranges
+FROM (VALUES ('{}'::int4[]), ('{1}'), ('{0,5,-2147483641,9}'), ('{123,6,6}'), ('{0,-2147483641}'),
+             ('{0,-2147483645,-2147483643}'), ('{0,-2147483639,7}')) t(a);
+
+-- Random sets S of members from 0 up, duplicates D of them, and ranges P in any
+-- order: every conversion agrees with int4set_agg or plain SQL, and round trips
+-- give S back.
+SELECT setseed(0.625);
+CREATE TEMP TABLE sets AS
+SELECT id, array_agg(DISTINCT v ORDER BY v) AS s, array_agg(v ORDER BY v) AS d,
+       (SELECT coalesce(array_agg(b ORDER BY o), '{}') FROM (SELECT o, (random() * 40)::int - 20 AS b
+                                                             FROM generate_series(1, 2 * (id % 6)) o) q) AS p
+FROM (SELECT id, (random() * (20 + id))::int + (id % 5) * 100000 AS v
+      FROM generate_series(1, 150) id, generate_series(1, 1 + id % 40)) q
+GROUP BY id;
+ALTER TABLE sets ADD r int4[], ADD m int4[];
+UPDATE sets SET r = (SELECT int4set_agg(x, 'r') FROM unnest(s) x), m = (SELECT int4set_agg(x, 'm') FROM unnest(s) x);
+SELECT count(*) AS sets,
+       count(*) FILTER (WHERE qn_int4setconv_int4('s', d, 'r') = r AND qn_int4setconv_int4('m', m, 'r') = r
+                        AND qn_int4setconv_int4('s', s, 'm') = m AND qn_int4setconv_int4('r', r, 'm') = m) AS forms_agree,
+       count(*) FILTER (WHERE qn_int4setconv_int4('r', r, 's') = s AND qn_int4setconv_int4('m', m, 's') = s
+                        AND qn_int4setconv_int4('m', qn_int4setconv_int4('s', d, 'm'), 'r') = r) AS back_to_s,
+       count(*) FILTER (WHERE qn_count_scalar_in_int4set('r', r) = cardinality(s) AND qn_count_scalar_in_int4set('m', m) = cardinality(s)
+                        AND qn_count_scalar_in_int4set('m', qn_int4setconv_int4('s', d, 'm')) = cardinality(d)) AS counts_agree,
+       count(*) FILTER (WHERE qn_bytea2mix2rangearray(pg_temp.le(m)) = r) AS bytea_mix_agrees,
+       count(*) FILTER (WHERE qn_sort_int4(p)::text = ARRAY(SELECT unnest(p) ORDER BY 1)::text
+                        AND qn_int4setconv_int4('r', p, 's')::text = ARRAY(SELECT g FROM generate_series(1, cardinality(p) / 2) i,
+                                                                                 generate_series(p[2 * i - 1], p[2 * i]) g ORDER BY i, g)::text
+                        AND qn_count_scalar_in_int4set('r', p) = (SELECT coalesce(sum(p[2 * i] - p[2 * i - 1] + 1), 0)
+                                                                   FROM generate_series(1, cardinality(p) / 2) i)) AS any_pairs_agree
+FROM sets;
+
+-- Floats: each element's bits, written back in the server's order, are the input.
+SELECT count(*) AS blobs,
+       count(*) FILTER (WHERE (SELECT string_agg(regexp_replace(encode(float4send(f), 'hex'), '(..)(..)(..)(..)', '\4\3\2\1'), '' ORDER BY o)
+                               FROM unnest(qn_bytea2floatarray(b)) WITH ORDINALITY u(f, o)) = encode(b, 'hex')) AS bit_for_bit
+FROM (SELECT decode(string_agg(lpad(to_hex((random() * 255)::int), 2, '0'), ''), 'hex') AS b
+      FROM generate_series(1, 40) n, generate_series(1, 4 * (1 + n % 7)) k GROUP BY n) q;
