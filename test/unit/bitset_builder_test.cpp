@@ -1,11 +1,12 @@
 // Sets built as bits (int4set_agg_optimized's kernel) against a plain bit-vector
-// model, and the reader of its serialised state on malformed bytes.
+// model, and the readers of serialised aggregate states on malformed bytes.
 #include <gtest/gtest.h>
 
 #include <random>
 #include <vector>
 
 #include "qnPgBitSetBuilder.h"
+#include "qnPgKeepSingleState.h"
 
 namespace {
 
@@ -93,6 +94,21 @@ TEST(SerialisedStates, MalformedBytesAreRefused) {
     EXPECT_EQ(readBitSetState(bytes.data(), 9, in, out, capacity, size), BitSetStateError::Empty);
     EXPECT_EQ(readBitSetState(bytes.data(), 18, in, out, capacity, size), BitSetStateError::None);
     EXPECT_EQ(readBitSetState(bytes.data(), 19, in, out, capacity, size), BitSetStateError::Corrupted);
+
+    using namespace qn::keepsingle;
+    KeepSingleStateView view;
+    const uint32_t text = 25, int4 = 23;
+    writeKeepSingleHeader(bytes.data(), false, text);
+    EXPECT_EQ(readKeepSingleState(bytes.data(), 4, view), KeepSingleStateError::Empty);
+    EXPECT_EQ(readKeepSingleState(bytes.data(), 9, view), KeepSingleStateError::BadSize);
+    ASSERT_EQ(readKeepSingleState(bytes.data(), 13, view), KeepSingleStateError::None);
+    EXPECT_EQ(view.dataBytes, 3u);
+    bytes[kKindOffset] = kKindByValue;  // a text state cannot travel by value
+    EXPECT_EQ(readKeepSingleState(bytes.data(), 18, view), KeepSingleStateError::UnknownKind);
+    writeKeepSingleHeader(bytes.data(), false, int4);
+    EXPECT_EQ(readKeepSingleState(bytes.data(), 17, view), KeepSingleStateError::BadSize);
+    bytes[kKindOffset] = 3;
+    EXPECT_EQ(readKeepSingleState(bytes.data(), 18, view), KeepSingleStateError::UnknownKind);
 }
 
 }  // namespace
