@@ -142,6 +142,162 @@ CREATE AGGREGATE int4set_agg("char", int4[], "char") (
 COMMENT ON AGGREGATE int4set_agg("char", int4[], "char") IS
     'union of int4[] sets given in one input form (''r'', ''s'', ''m''), as a range array, scalar set or mix array';
 
+-- int4set_agg_optimized
+--
+-- int4set_agg for sets of small non-negative integers: the state is one bit per
+-- value from 0 to 'maxinput', rounded up to the end of its byte (10 accepts 0 to
+-- 15), fixed by the first row like the forms. Runs in parallel. The deserial
+-- function is STRICT: a worker that saw no row sends no state, so the leader's
+-- result is the serial one (the empty array when no row came at all).
+
+CREATE FUNCTION qn_int4set_agg_optimized_transfn_A(internal, int4, int4, "char") RETURNS internal
+    AS 'MODULE_PATHNAME', 'qn_int4set_agg_optimized_transfn_A' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_optimized_transfn_A(internal, int4, int4, "char") IS
+    'transition of int4set_agg_optimized(value, maxinput, output form): sets one bit; NULL values are skipped';
+
+CREATE FUNCTION qn_int4set_agg_optimized_transfn_A(internal, int4, int4, int4, "char") RETURNS internal
+    AS 'MODULE_PATHNAME', 'qn_int4set_agg_optimized_transfn_A' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_optimized_transfn_A(internal, int4, int4, int4, "char") IS
+    'transition of int4set_agg_optimized(lower, upper, maxinput, output form): sets the bits of one range; rows with a NULL bound and inverted ranges are skipped';
+
+CREATE FUNCTION qn_int4set_agg_optimized_transfn_B(internal, "char", int4[], int4, "char") RETURNS internal
+    AS 'MODULE_PATHNAME', 'qn_int4set_agg_optimized_transfn_B' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_optimized_transfn_B(internal, "char", int4[], int4, "char") IS
+    'transition of int4set_agg_optimized(input form, set, maxinput, output form): sets the bits of every member of an int4[] set';
+
+CREATE FUNCTION qn_int4set_agg_optimized_finalfn(internal) RETURNS int4[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_optimized_finalfn(internal) IS
+    'final function of int4set_agg_optimized: the set in the output form; consumes the state';
+
+CREATE FUNCTION qn_int4set_agg_optimized_combinefn(internal, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_optimized_combinefn(internal, internal) IS
+    'combine function of int4set_agg_optimized: a new state holding the bits of two partial states';
+
+CREATE FUNCTION qn_int4set_agg_optimized_serialfn(internal) RETURNS bytea
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_optimized_serialfn(internal) IS
+    'serial function of int4set_agg_optimized: the forms and bits of a partial state as bytea';
+
+CREATE FUNCTION qn_int4set_agg_optimized_deserialfn(bytea, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4set_agg_optimized_deserialfn(bytea, internal) IS
+    'deserial function of int4set_agg_optimized: a partial state from its bytea form';
+
+CREATE AGGREGATE int4set_agg_optimized(int4, int4, "char") (
+    SFUNC = qn_int4set_agg_optimized_transfn_A,
+    STYPE = internal,
+    FINALFUNC = qn_int4set_agg_optimized_finalfn,
+    FINALFUNC_MODIFY = READ_WRITE,
+    COMBINEFUNC = qn_int4set_agg_optimized_combinefn,
+    SERIALFUNC = qn_int4set_agg_optimized_serialfn,
+    DESERIALFUNC = qn_int4set_agg_optimized_deserialfn,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE int4set_agg_optimized(int4, int4, "char") IS
+    'set of the integers of a column, all within [0, maxinput], as a range array (''r''), scalar set (''s'') or mix array (''m'')';
+
+CREATE AGGREGATE int4set_agg_optimized(int4, int4, int4, "char") (
+    SFUNC = qn_int4set_agg_optimized_transfn_A,
+    STYPE = internal,
+    FINALFUNC = qn_int4set_agg_optimized_finalfn,
+    FINALFUNC_MODIFY = READ_WRITE,
+    COMBINEFUNC = qn_int4set_agg_optimized_combinefn,
+    SERIALFUNC = qn_int4set_agg_optimized_serialfn,
+    DESERIALFUNC = qn_int4set_agg_optimized_deserialfn,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE int4set_agg_optimized(int4, int4, int4, "char") IS
+    'set of the ranges [lower, upper] of two columns, all within [0, maxinput], as a range array, scalar set or mix array';
+
+CREATE AGGREGATE int4set_agg_optimized("char", int4[], int4, "char") (
+    SFUNC = qn_int4set_agg_optimized_transfn_B,
+    STYPE = internal,
+    FINALFUNC = qn_int4set_agg_optimized_finalfn,
+    FINALFUNC_MODIFY = READ_WRITE,
+    COMBINEFUNC = qn_int4set_agg_optimized_combinefn,
+    SERIALFUNC = qn_int4set_agg_optimized_serialfn,
+    DESERIALFUNC = qn_int4set_agg_optimized_deserialfn,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE int4set_agg_optimized("char", int4[], int4, "char") IS
+    'union of int4[] sets given in one input form (''r'', ''s'', ''m''), all within [0, maxinput], as a range array, scalar set or mix array';
+
+-- agg_keep_single
+--
+-- The single value of a column within each group, with the column's own type
+-- (bool, int2, int4, int8, float4, float8, bytea or text). With the policy on
+-- (the default) every row must carry the same value, NULL-ness included; with it
+-- off the first row's value is kept. The policy is not carried between parallel
+-- workers: under a parallel plan the first partial value is kept unchecked. The
+-- transition functions read their null flags and are not STRICT; the final
+-- function takes the aggregate's arguments (as NULLs) only to resolve its result
+-- type. The deserial function is STRICT: a worker that saw no row sends nothing.
+
+CREATE FUNCTION qn_agg_keep_single_transfn(internal, anyelement) RETURNS internal
+    AS 'MODULE_PATHNAME', 'qn_agg_keep_single_transfn' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_agg_keep_single_transfn(internal, anyelement) IS
+    'transition of agg_keep_single(value): keeps the first value, refuses any other';
+
+CREATE FUNCTION qn_agg_keep_single_transfn(internal, anyelement, bool) RETURNS internal
+    AS 'MODULE_PATHNAME', 'qn_agg_keep_single_transfn' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_agg_keep_single_transfn(internal, anyelement, bool) IS
+    'transition of agg_keep_single(value, policy): keeps the first value; with the policy on, refuses any other';
+
+CREATE FUNCTION qn_agg_keep_single_finalfn(internal, anyelement) RETURNS anyelement
+    AS 'MODULE_PATHNAME', 'qn_agg_keep_single_finalfn' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_agg_keep_single_finalfn(internal, anyelement) IS
+    'final function of agg_keep_single(value): the kept value or NULL; consumes the state';
+
+CREATE FUNCTION qn_agg_keep_single_finalfn(internal, anyelement, bool) RETURNS anyelement
+    AS 'MODULE_PATHNAME', 'qn_agg_keep_single_finalfn' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_agg_keep_single_finalfn(internal, anyelement, bool) IS
+    'final function of agg_keep_single(value, policy): the kept value or NULL; consumes the state';
+
+CREATE FUNCTION qn_agg_keep_single_combinefn(internal, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_agg_keep_single_combinefn(internal, internal) IS
+    'combine function of agg_keep_single: a new state merging two partial states by the transition rules';
+
+CREATE FUNCTION qn_agg_keep_single_serialfn(internal) RETURNS bytea
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+COMMENT ON FUNCTION qn_agg_keep_single_serialfn(internal) IS
+    'serial function of agg_keep_single: the type and value of a partial state as bytea, without the policy';
+
+CREATE FUNCTION qn_agg_keep_single_deserialfn(bytea, internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_agg_keep_single_deserialfn(bytea, internal) IS
+    'deserial function of agg_keep_single: a partial state, policy off, from its bytea form';
+
+CREATE AGGREGATE agg_keep_single(anyelement) (
+    SFUNC = qn_agg_keep_single_transfn,
+    STYPE = internal,
+    FINALFUNC = qn_agg_keep_single_finalfn,
+    FINALFUNC_EXTRA,
+    FINALFUNC_MODIFY = READ_WRITE,
+    COMBINEFUNC = qn_agg_keep_single_combinefn,
+    SERIALFUNC = qn_agg_keep_single_serialfn,
+    DESERIALFUNC = qn_agg_keep_single_deserialfn,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE agg_keep_single(anyelement) IS
+    'the single value of a column in each group; an error when two rows differ (NULL included)';
+
+CREATE AGGREGATE agg_keep_single(anyelement, bool) (
+    SFUNC = qn_agg_keep_single_transfn,
+    STYPE = internal,
+    FINALFUNC = qn_agg_keep_single_finalfn,
+    FINALFUNC_EXTRA,
+    FINALFUNC_MODIFY = READ_WRITE,
+    COMBINEFUNC = qn_agg_keep_single_combinefn,
+    SERIALFUNC = qn_agg_keep_single_serialfn,
+    DESERIALFUNC = qn_agg_keep_single_deserialfn,
+    PARALLEL = SAFE
+);
+COMMENT ON AGGREGATE agg_keep_single(anyelement, bool) IS
+    'the first value of a column in each group; with the policy true, an error when two rows differ (NULL included)';
+
 -- packed ranges
 --
 -- A packed range is one range [lower, upper] in an int8: lower in the low 32 bits,

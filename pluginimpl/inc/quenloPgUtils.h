@@ -66,6 +66,14 @@ inline Int4Elements readInt4Elements(const ArrayType* array) {
     return {reinterpret_cast<const int32*>(ARR_DATA_PTR(array)), count};
 }
 
+// The growable bit buffer of aggregate states, in the current memory context. A
+// request that palloc cannot serve, or one larger than palloc's limit, raises
+// 53200; an unaligned capacity and a capacity that cannot double raise 22015.
+// Those errors report the buffer's header as their source.
+void* allocateBitBufferBytes(size_t bytes);
+[[noreturn]] void raiseBitBufferError(qn::bitfield::BitBufferError error);
+using PgBitBuffer = qn::bitfield::BitBuffer<allocateBitBufferBytes, pfree, raiseBitBufferError>;
+
 // Raises an error from the current source file: each entry-point source defines
 // kSourceFile, the name its errors report.
 #define QN_ERROR(sqlstate, function, ...) \

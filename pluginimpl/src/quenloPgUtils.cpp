@@ -112,6 +112,24 @@ bytea* allocateBytea(uint64_t n) {
     return result;
 }
 
+void* allocateBitBufferBytes(size_t bytes) {
+    if (!AllocSizeIsValid(bytes)) return nullptr;
+    return palloc_extended(bytes, MCXT_ALLOC_NO_OOM);
+}
+
+void raiseBitBufferError(qn::bitfield::BitBufferError error) {
+    const char* file = "common/inc/quenloPgBitField";
+    switch (error) {
+        case qn::bitfield::BitBufferError::InvalidCapacity:
+            raiseError(ERRCODE_INTERVAL_FIELD_OVERFLOW, file, __LINE__, "reserve", "bitfield invalid capacity");
+        case qn::bitfield::BitBufferError::OutOfMemory:
+            raiseError(ERRCODE_OUT_OF_MEMORY, file, __LINE__, "reserve", nullptr);
+        case qn::bitfield::BitBufferError::Overflow:
+            raiseError(ERRCODE_INTERVAL_FIELD_OVERFLOW, file, __LINE__, "resize", "tSize overflow ");
+    }
+    pg_unreachable();
+}
+
 }  // namespace qn::pg
 
 namespace qn::pgRangeArray {

@@ -1,0 +1,114 @@
+-- int4set_agg_optimized: the 'maxinput' limit and its rounding, each row form into
+-- each output form, the errors, and random rows checked against int4set_agg in
+-- serial, parallel and hashed plans.
+\i sql/include/errors.psql
+
+-- 'maxinput' is rounded up to the end of its byte: 10 accepts 0 to 15. Only the
+-- first row's 'maxinput' and letters are read.
+SELECT int4set_agg_optimized(v, m, 's' ORDER BY ord) AS first_row_fixes_limit
+FROM (VALUES (1, 10, 0), (15, 0, 1), (0, -5, 2)) t(v, m, ord);
+SELECT pg_temp.try($$SELECT int4set_agg_optimized(v, 10, 's') FROM (VALUES (16)) t(v)$$) AS past_rounding,
+       pg_temp.try($$SELECT int4set_agg_optimized(v, 0, 's') FROM (VALUES (1)) t(v)$$) AS zero,
+       pg_temp.try($$SELECT int4set_agg_optimized(v, -3, 's') FROM (VALUES (1)) t(v)$$) AS negative,
+       pg_temp.try($$SELECT int4set_agg_optimized(v, NULL, 's') FROM (VALUES (1)) t(v)$$) AS null_limit;
+-- A NULL first row fixes the state in the value form, but not when argument 2 (the
+-- upper bound or the array) is NULL.
+SELECT int4set_agg_optimized(v, 10, 'r') AS null_value_skipped FROM (VALUES (NULL), (4)) t(v);
+SELECT pg_temp.try($$SELECT int4set_agg_optimized(lo, hi, 10, 'r') FROM (VALUES (1, NULL), (1, 2)) t(lo, hi)$$) AS null_upper_first,
+       pg_temp.try($$SELECT int4set_agg_optimized('s', a, 10, 'r') FROM (VALUES (NULL::int4[])) t(a)$$) AS null_array_first;
+
+-- Each row form into each output form. Inverted bounds and inverted mix items add
+-- nothing; arrays that are empty, not one-dimensional or hold NULLs are skipped.
+SELECT int4set_agg_optimized(v, 100, 's') AS s, int4set_agg_optimized(v, 100, 'r') AS r,
+       int4set_agg_optimized(v, 100, 'm') AS m
+FROM (VALUES (1), (2), (3), (7), (NULL)) t(v);
+SELECT int4set_agg_optimized(lo, hi, 100, 'r') AS bounds
+FROM (VALUES (10, 12), (1, 3), (9, 5), (NULL, 50), (4, 4), (60, 71)) t(lo, hi);
+SELECT form, int4set_agg_optimized(form, a, 100, 'r') AS r
+FROM (VALUES ('s'::"char", '{9,1,2,2}'::int4[]), ('s', '{}'), ('s', '{{50,51}}'), ('s', '{60,NULL}'),
+             ('r', '{1,2,7,9}'), ('r', '{20,10}'), ('r', '{3,4}'),
+             ('m', '{3,-2147483647,3,9}'), ('m', '{1,-2147483628,5}'), ('m', '{0}'), ('m', '{}')) t(form, a)
+GROUP BY form ORDER BY form;
+
+-- No rows: the 24-byte one-dimensional empty array; no bits: an 'm' without count word.
+SELECT r, pg_column_size(r) AS bytes, array_ndims(r) AS ndims
+FROM (SELECT int4set_agg_optimized(v, 10, 'r') AS r FROM (VALUES (1)) t(v) WHERE false) q;
+SELECT int4set_agg_optimized(v, 10, 'm') AS no_bits FROM (VALUES (NULL::int4)) t(v);
+
+-- The top of int4: 2147483647 holds every non-negative value; the full span has
+-- too many members for an 's' array, which is counted before it is built.
+SELECT int4set_agg_optimized(v, 2147483647, 'm') AS top FROM (VALUES (0), (2147483646), (2147483647)) t(v);
+SELECT pg_temp.try($$SELECT int4set_agg_optimized(0, 2147483647, 2147483647, 's')$$) AS s_too_long;
+
+-- Errors, with their SQLSTATEs.
+SELECT pg_temp.try($$SELECT int4set_agg_optimized(v, 10, 's') FROM (VALUES (-1)) t(v)$$) AS negative_value,
+       pg_temp.try($$SELECT int4set_agg_optimized(lo, hi, 10, 's') FROM (VALUES (-1, 3)) t(lo, hi)$$) AS bounds_below,
+       pg_temp.try($$SELECT int4set_agg_optimized(lo, hi, 10, 's') FROM (VALUES (3, 16)) t(lo, hi)$$) AS bounds_above,
+       pg_temp.try($$SELECT int4set_agg_optimized('s', a, 10, 's') FROM (VALUES ('{1,16}'::int4[])) t(a)$$) AS set_member;
+SELECT pg_temp.try($$SELECT int4set_agg_optimized('r', a, 10, 's') FROM (VALUES ('{1,2,3}'::int4[])) t(a)$$) AS odd_range_array,
+       pg_temp.try($$SELECT int4set_agg_optimized('r', a, 10, 's') FROM (VALUES ('{1,2,-1,3}'::int4[])) t(a)$$) AS range_below,
+       pg_temp.try($$SELECT int4set_agg_optimized('m', a, 10, 's') FROM (VALUES ('{2,-2147483647,20}'::int4[])) t(a)$$) AS mix_run_above,
+       pg_temp.try($$SELECT int4set_agg_optimized('m', a, 10, 's') FROM (VALUES ('{2,30,-2147483647}'::int4[])) t(a)$$) AS mix_ends_in_opener;
+SELECT pg_temp.try($$SELECT int4set_agg_optimized(v, 10, 'x') FROM (VALUES (1)) t(v)$$) AS bad_output_letter,
+       pg_temp.try($$SELECT int4set_agg_optimized('R', a, 10, 'r') FROM (VALUES ('{1,2}'::int4[])) t(a)$$) AS bad_input_letter,
+       pg_temp.try($$SELECT int4set_agg_optimized(v, 10, 'r') OVER () FROM (VALUES (1)) t(v)$$) AS as_window;
+
+-- Random rows within [0, maxinput] in every row form, each group aggregated into
+-- every output form (the output letter is a column: the first row's is taken):
+-- the same sets as int4set_agg.
+SELECT setseed(0.75);
+CREATE TABLE rows_opt (grp int4, v int4, lo int4, hi int4, s int4[], r int4[], m int4[]);
+INSERT INTO rows_opt
+SELECT g % 50, abs(hashint4(g)) % 5001, lo, lo + g % 9, ARRAY[lo + 4, lo], ARRAY[lo, lo + 1, lo + 5, lo + 9],
+       ARRAY[7, lo, (lo + 20) | (-2147483648), lo + 30]
+FROM (SELECT g, abs(hashint4(g + 1)) % 4970 AS lo FROM generate_series(1, 60000) g) q
+ORDER BY random();
+ANALYZE rows_opt;
+CREATE VIEW optimized AS
+SELECT grp, out, int4set_agg_optimized(v, 5000, out) AS v, int4set_agg_optimized(lo, hi, 5000, out) AS b,
+       int4set_agg_optimized('s', s, 5000, out) AS s, int4set_agg_optimized('r', r, 5000, out) AS r,
+       int4set_agg_optimized('m', m, 5000, out) AS m
+FROM rows_opt CROSS JOIN (VALUES ('s'::"char"), ('r'), ('m')) o(out) GROUP BY grp, out;
+CREATE TEMP TABLE reference AS
+SELECT grp, out, int4set_agg(v, out) AS v, int4set_agg(lo, hi, out) AS b, int4set_agg('s', s, out) AS s,
+       int4set_agg('r', r, out) AS r, int4set_agg('m', m, out) AS m
+FROM rows_opt CROSS JOIN (VALUES ('s'::"char"), ('r'), ('m')) o(out) GROUP BY grp, out;
+CREATE TEMP VIEW differing AS
+(SELECT * FROM optimized EXCEPT SELECT * FROM reference) UNION ALL (SELECT * FROM reference EXCEPT SELECT * FROM optimized);
+SELECT count(*) AS results FROM reference;
+SELECT count(*) AS differing_serial FROM differing;
+
+-- Forced parallel plans: partial states built in two workers and the leader,
+-- serialised and combined.
+SET parallel_setup_cost = 0;
+SET parallel_tuple_cost = 0;
+SET min_parallel_table_scan_size = 0;
+SET max_parallel_workers_per_gather = 2;
+CREATE FUNCTION pg_temp.plan_has(query text, node text) RETURNS bool LANGUAGE plpgsql AS $$
+DECLARE line text;
+BEGIN
+    FOR line IN EXECUTE 'EXPLAIN (COSTS OFF) ' || query LOOP
+        IF position(node IN line) > 0 THEN RETURN true; END IF;
+    END LOOP;
+    RETURN false;
+END $$;
+SELECT pg_temp.plan_has($$SELECT * FROM optimized$$, 'Partial') AS grouped_partial,
+       pg_temp.plan_has($$SELECT int4set_agg_optimized(v, 5000, 'r') FROM rows_opt$$, 'Partial Aggregate') AS plain_partial;
+SELECT count(*) AS differing_parallel FROM differing;
+SELECT int4set_agg_optimized(v, 5000, 's') = int4set_agg(v, 's') AS whole_table_equal FROM rows_opt;
+-- Workers that see no row send no state: no rows at all still give the empty array.
+SELECT int4set_agg_optimized(v, 5000, 'r') AS no_rows FROM rows_opt WHERE v > 5000;
+SELECT int4set_agg_optimized(v, 5000, 'm') AS one_value FROM rows_opt WHERE v = 4999;
+
+-- Hashed grouping with a tiny work_mem spills its input to disk and gives the same sets.
+SET max_parallel_workers_per_gather = 0;
+SET work_mem = '64kB';
+SET enable_sort = off;
+CREATE FUNCTION pg_temp.hash_batches(query text) RETURNS int LANGUAGE plpgsql AS $$
+DECLARE plan json;
+BEGIN
+    EXECUTE 'EXPLAIN (ANALYZE, FORMAT JSON) ' || query INTO plan;
+    RETURN (SELECT max((m[1])::int) FROM regexp_matches(plan::text, '"HashAgg Batches": (\d+)', 'g') m);
+END $$;
+SELECT pg_temp.hash_batches($$SELECT * FROM optimized$$) > 1 AS hash_spilled;
+SELECT count(*) AS differing_hashed FROM differing;
