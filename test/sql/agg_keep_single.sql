@@ -1,6 +1,7 @@
 -- agg_keep_single: each supported type, the policy, NULL rows, large values that
 -- arrive TOASTed, the serialised state, and parallel plans.
 \i sql/include/errors.psql
+\i sql/include/plans.psql
 
 -- Every supported type comes back with its own type.
 SELECT agg_keep_single(true) AS b, agg_keep_single(2::int2) AS i2, agg_keep_single(4) AS i4,
@@ -61,18 +62,7 @@ SELECT grp, agg_keep_single(v) AS v, agg_keep_single(f) AS f, agg_keep_single(t)
        agg_keep_single(t, false) AS t_off
 FROM keep_rows GROUP BY grp;
 CREATE TEMP TABLE serial AS SELECT * FROM kept;
-SET parallel_setup_cost = 0;
-SET parallel_tuple_cost = 0;
-SET min_parallel_table_scan_size = 0;
-SET max_parallel_workers_per_gather = 2;
-CREATE FUNCTION pg_temp.plan_has(query text, node text) RETURNS bool LANGUAGE plpgsql AS $$
-DECLARE line text;
-BEGIN
-    FOR line IN EXECUTE 'EXPLAIN (COSTS OFF) ' || query LOOP
-        IF position(node IN line) > 0 THEN RETURN true; END IF;
-    END LOOP;
-    RETURN false;
-END $$;
+\i sql/include/force_parallel.psql
 SELECT pg_temp.plan_has($$SELECT * FROM kept$$, 'Partial') AS grouped_partial,
        pg_temp.plan_has($$SELECT agg_keep_single(v) FROM keep_rows WHERE grp = 3$$, 'Partial Aggregate') AS plain_partial;
 SELECT count(*) AS groups, count(*) FILTER (WHERE y IS NULL) AS null_groups FROM serial;

@@ -2,6 +2,7 @@
 -- each output form, the errors, and random rows checked against int4set_agg in
 -- serial, parallel and hashed plans.
 \i sql/include/errors.psql
+\i sql/include/plans.psql
 
 -- 'maxinput' is rounded up to the end of its byte: 10 accepts 0 to 15. Only the
 -- first row's 'maxinput' and letters are read.
@@ -80,18 +81,7 @@ SELECT count(*) AS differing_serial FROM differing;
 
 -- Forced parallel plans: partial states built in two workers and the leader,
 -- serialised and combined.
-SET parallel_setup_cost = 0;
-SET parallel_tuple_cost = 0;
-SET min_parallel_table_scan_size = 0;
-SET max_parallel_workers_per_gather = 2;
-CREATE FUNCTION pg_temp.plan_has(query text, node text) RETURNS bool LANGUAGE plpgsql AS $$
-DECLARE line text;
-BEGIN
-    FOR line IN EXECUTE 'EXPLAIN (COSTS OFF) ' || query LOOP
-        IF position(node IN line) > 0 THEN RETURN true; END IF;
-    END LOOP;
-    RETURN false;
-END $$;
+\i sql/include/force_parallel.psql
 SELECT pg_temp.plan_has($$SELECT * FROM optimized$$, 'Partial') AS grouped_partial,
        pg_temp.plan_has($$SELECT int4set_agg_optimized(v, 5000, 'r') FROM rows_opt$$, 'Partial Aggregate') AS plain_partial;
 SELECT count(*) AS differing_parallel FROM differing;
@@ -104,11 +94,5 @@ SELECT int4set_agg_optimized(v, 5000, 'm') AS one_value FROM rows_opt WHERE v = 
 SET max_parallel_workers_per_gather = 0;
 SET work_mem = '64kB';
 SET enable_sort = off;
-CREATE FUNCTION pg_temp.hash_batches(query text) RETURNS int LANGUAGE plpgsql AS $$
-DECLARE plan json;
-BEGIN
-    EXECUTE 'EXPLAIN (ANALYZE, FORMAT JSON) ' || query INTO plan;
-    RETURN (SELECT max((m[1])::int) FROM regexp_matches(plan::text, '"HashAgg Batches": (\d+)', 'g') m);
-END $$;
 SELECT pg_temp.hash_batches($$SELECT * FROM optimized$$) > 1 AS hash_spilled;
 SELECT count(*) AS differing_hashed FROM differing;

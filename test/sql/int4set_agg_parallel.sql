@@ -23,31 +23,14 @@ SELECT grp, q, result FROM (
 CROSS JOIN LATERAL (VALUES ('v r', a1), ('v s', a2), ('v m', a3), ('b r', a4), ('b m', a5),
                            ('s r', a6), ('r s', a7), ('m m', a8)) x(q, result);
 
--- Whether the plan of a query holds a node, and the most hash batches any node used.
-CREATE FUNCTION pg_temp.plan_has(query text, node text) RETURNS bool LANGUAGE plpgsql AS $$
-DECLARE line text;
-BEGIN
-    FOR line IN EXECUTE 'EXPLAIN (COSTS OFF) ' || query LOOP
-        IF position(node IN line) > 0 THEN RETURN true; END IF;
-    END LOOP;
-    RETURN false;
-END $$;
-CREATE FUNCTION pg_temp.hash_batches(query text) RETURNS int LANGUAGE plpgsql AS $$
-DECLARE plan json;
-BEGIN
-    EXECUTE 'EXPLAIN (ANALYZE, FORMAT JSON) ' || query INTO plan;
-    RETURN (SELECT max((m[1])::int) FROM regexp_matches(plan::text, '"HashAgg Batches": (\d+)', 'g') m);
-END $$;
+\i sql/include/plans.psql
 
 SET max_parallel_workers_per_gather = 0;
 CREATE TEMP TABLE serial AS SELECT * FROM results;
 SELECT count(*) AS results, count(DISTINCT grp) AS groups FROM serial;
 
 -- Forced parallel plans: partial aggregation in two workers and the leader.
-SET parallel_setup_cost = 0;
-SET parallel_tuple_cost = 0;
-SET min_parallel_table_scan_size = 0;
-SET max_parallel_workers_per_gather = 2;
+\i sql/include/force_parallel.psql
 SELECT pg_temp.plan_has($$SELECT * FROM results$$, 'Partial') AS grouped_partial,
        pg_temp.plan_has($$SELECT int4set_agg(v, 'r') FROM rows_in$$, 'Partial Aggregate') AS plain_partial,
        pg_temp.plan_has($$SELECT int4set_agg(v, 'r') FROM rows_in$$, 'Gather') AS gathered;
