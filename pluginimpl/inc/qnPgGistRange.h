@@ -144,8 +144,8 @@ struct SplitSide {
 // into a left and a right side by a two-ended greedy sweep: the left side grows
 // from the smallest lower bounds, the right side from the largest upper bounds,
 // and each step moves the candidate whose move costs less (computePenalty), a
-// tie going to the smaller side. Both sides end non-empty and every entry is on
-// exactly one. The working arrays come from A and go back to F on every return.
+// tie going to the smaller side, as long as neither side passes 70% of the
+// entries. Both sides end non-empty and every entry is on exactly one. The working arrays come from A and go back to F on every return.
 template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename KeyAt>
 SplitError pickSplit(uint16_t maxoff, KeyAt keyAt, SplitSide& left, SplitSide& right) {
     if (maxoff < 2) return SplitError::InvalidSize;
@@ -179,6 +179,11 @@ SplitError pickSplit(uint16_t maxoff, KeyAt keyAt, SplitSide& left, SplitSide& r
     uint32_t lowerCursor = 1, upperCursor = tagged[byUpper[0].offset] ? 1 : 0;
     push(right, byUpper[upperCursor++]);
 
+    // The penalties alone can starve a side: on evenly spaced keys every step's
+    // cheapest move may land on the same side, and a page of n entries splits into
+    // 1 and n - 1, so that ascending inserts leave pages of one entry each. Each
+    // side therefore keeps at least 30% of the entries.
+    const int mostPerSide = maxoff - std::max(1, maxoff * 3 / 10);
     while (left.count + right.count < maxoff) {
         while (lowerCursor < maxoff && tagged[byLower[lowerCursor].offset]) ++lowerCursor;
         if (lowerCursor >= maxoff) return finish(SplitError::LowerOutOfBound);
@@ -189,7 +194,9 @@ SplitError pickSplit(uint16_t maxoff, KeyAt keyAt, SplitSide& left, SplitSide& r
         float leftCost = 0, rightCost = 0;
         if (!computePenalty(left.unionKey, l.range, leftCost) || !computePenalty(right.unionKey, r.range, rightCost))
             return finish(SplitError::NegativeGrowth);
-        const bool toLeft = leftCost < rightCost || (leftCost == rightCost && left.count < right.count);
+        bool toLeft = leftCost < rightCost || (leftCost == rightCost && left.count < right.count);
+        if (right.count >= mostPerSide) toLeft = true;
+        if (left.count >= mostPerSide) toLeft = false;
         if (!(toLeft ? push(left, l) : push(right, r))) return finish(SplitError::AlreadyTagged);
     }
     return finish(SplitError::None);

@@ -80,6 +80,17 @@ TEST(GistSplit, PagesOfTheDocumentedShapes) {
     EXPECT_EQ(split({key(1, 1)}).error, SplitError::InvalidSize);
 }
 
+// Evenly spaced keys whose uppers step further than their lowers: every step's
+// cheapest move is to the right, yet the left side keeps 30% of the page.
+TEST(GistSplit, NoSideStarves) {
+    std::vector<int64_t> keys;
+    for (int i = 1; i <= 200; ++i) keys.push_back(key(i * 10, i * 10 + i % 7));
+    const Split s = split(keys);
+    EXPECT_EQ(s.left.size(), 60u);
+    EXPECT_EQ(s.leftUnion, key(10, 604));
+    EXPECT_EQ(s.rightUnion, key(610, 2004));
+}
+
 // Random pages, narrow to int4-wide keys: every entry lands on exactly one
 // side, both sides are non-empty, and each union is exactly its side's cover.
 TEST(GistSplit, EveryEntryOnceAndExactUnions) {
