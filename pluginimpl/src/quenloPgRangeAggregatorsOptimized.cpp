@@ -109,7 +109,7 @@ Int4ToSetOpDataOptimized* optimizedStateArgument(FunctionCallInfo fcinfo, int ar
 }
 
 // Transition shared by both entry points, in the state's own context.
-Datum optimizedTransition(FunctionCallInfo fcinfo, bool isB) {
+Datum qn_int4set_agg_optimized_transfn_impl(FunctionCallInfo fcinfo, bool isB) {
     Int4ToSetOpDataOptimized* state = optimizedStateArgument(fcinfo, 0);
     AggCtxHelper<Int4ToSetOpDataOptimized> helper(state, fcinfo, "qn_int4set_agg_optimized_transfn_impl");
     state->addRange(fcinfo, isB);
@@ -127,10 +127,10 @@ QN_FUNCTION_INFO_V1(qn_int4set_agg_optimized_deserialfn)
 
 // Transition for value rows (state, v, maxinput, out) and bound rows
 // (state, lower, upper, maxinput, out).
-Datum qn_int4set_agg_optimized_transfn_A(PG_FUNCTION_ARGS) { return optimizedTransition(fcinfo, false); }
+Datum qn_int4set_agg_optimized_transfn_A(PG_FUNCTION_ARGS) { return qn_int4set_agg_optimized_transfn_impl(fcinfo, false); }
 
 // Transition for array rows (state, input form, array, maxinput, out).
-Datum qn_int4set_agg_optimized_transfn_B(PG_FUNCTION_ARGS) { return optimizedTransition(fcinfo, true); }
+Datum qn_int4set_agg_optimized_transfn_B(PG_FUNCTION_ARGS) { return qn_int4set_agg_optimized_transfn_impl(fcinfo, true); }
 
 // Final: the set in the first row's output layout, counted in 64 bits before the
 // array is allocated; consumes the state. No state gives the empty array.
