@@ -54,3 +54,32 @@ SELECT v, qn_int4_in_rangebitfield(v, qn_int4set2bitfield_int4('r', '{3,5,9,9}')
 FROM generate_series(2, 10) AS v;
 SELECT qn_int4set_overlap_bitfield('s', '{6,9}', qn_int4set2bitfield_int4('r', '{3,5,9,9}')) AS overlap,
        qn_int4set_included_in_bitfield('s', '{4,9}', qn_int4set2bitfield_int4('r', '{3,5,9,9}')) AS included;
+
+-- Conversions between the forms, and counting without expanding.
+SELECT qn_int4setconv_int4('s', '{1,2,3,7}', 'r') AS s_to_r, qn_int4setconv_int4('r', '{1,3,7,7}', 'm') AS r_to_m,
+       qn_int4setconv_int4('m', '{4,-2147483647,3,7}', 's') AS m_to_s,
+       qn_count_scalar_in_int4set('r', '{1,3,7,7}') AS members, qn_sort_int4('{5,1,3,1}') AS sorted;
+SELECT qn_bytea2mix2rangearray(int4send(0) || '\x07000080' || '\x09000000') AS mix_bytes_to_ranges,
+       qn_bytea2floatarray('\x0000803f0000c0ff') AS float_bytes;
+
+-- int4set_agg_optimized: small non-negative sets kept as bits up to maxinput.
+SELECT int4set_agg_optimized(v, 100, 's') AS s, int4set_agg_optimized(v, 100, 'r') AS r,
+       int4set_agg_optimized(v, 100, 'm') AS m
+FROM (VALUES (1), (2), (3), (7)) AS t(v);
+
+-- agg_keep_single: the one value per group, checked.
+SELECT grp, agg_keep_single(label) AS label, count(*)
+FROM (VALUES (1, 'one'), (1, 'one'), (2, 'two')) AS t(grp, label) GROUP BY grp ORDER BY grp;
+SELECT agg_keep_single(v) FROM (VALUES (1), (2)) AS t(v);
+
+-- GiST: packed-range and int4 columns indexed with the module's operator classes.
+CREATE TEMP TABLE bookings AS
+SELECT i AS id, qn_range_pack(i * 10, i * 10 + (i % 7)) AS slot, i * 3 AS room FROM generate_series(1, 100000) AS i;
+CREATE INDEX bookings_slot ON bookings USING gist (slot qn_gist_rangepacked_ops);
+CREATE INDEX bookings_room ON bookings USING gist (room qn_gist_int4_ops);
+ANALYZE bookings;
+EXPLAIN (COSTS OFF) SELECT id FROM bookings WHERE slot && qn_range_pack(1000, 1025);
+SELECT id, qn_rangepacked_lower(slot) AS lower, qn_rangepacked_upper(slot) AS upper
+FROM bookings WHERE slot && qn_range_pack(1000, 1025) ORDER BY id;
+EXPLAIN (COSTS OFF) SELECT id FROM bookings WHERE room <@ '{300,306,900,901}'::int4[];
+SELECT id, room FROM bookings WHERE room <@ '{300,306,900,901}'::int4[] ORDER BY id;
