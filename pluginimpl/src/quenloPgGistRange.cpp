@@ -49,8 +49,10 @@ QN_FUNCTION_INFO_V1(qn_gist_range_same)
 // consistent(entry, query, strategy, subtype, recheck): can the key, or a key
 // below it, satisfy `column <op> query`? Leaf keys are the indexed values
 // themselves, so a leaf answer is exact and recheck ends false; on inner pages
-// GiST ignores recheck. The subtype is not read. Strategy 2 tests only a leaf
-// key's lower bound, which is the whole key for an int4 column.
+// GiST ignores recheck. Strategy 2 tests only a leaf key's lower bound, which is
+// the whole key for an int4 column. The subtype (the operator's right-hand type)
+// serves only to refuse an operator class that maps a by-value operand to a
+// strategy whose query is an array or a bitfield, which would be read as a pointer.
 Datum qn_gist_range_consistent(PG_FUNCTION_ARGS) {
     using namespace qn::gist;
     const char* function = "qn_gist_range_consistent";
@@ -60,6 +62,12 @@ Datum qn_gist_range_consistent(PG_FUNCTION_ARGS) {
     *recheck = true;
     if (!isImplementedStrategy(strategy))
         QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "GIST consistent unimplemented strategy");
+    const Oid subtype = PG_GETARG_OID(3);
+    const bool arrayQuery = strategy == ValueInRangeArray || strategy == RangeOverlapsRangeArray;
+    if (arrayQuery && OidIsValid(subtype) && subtype != INT4ARRAYOID)
+        QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "accept only int4[] with an even size");
+    if (strategy == ValueInBitField && OidIsValid(subtype) && subtype != BYTEAOID)
+        QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "invalid bitfield array");
     const bool leaf = GIST_LEAF(entry);
     const int64 key = DatumGetInt64(entry->key);
     bool result = false;
