@@ -23,6 +23,11 @@ GISTENTRY* compressedEntry(const GISTENTRY* entry, int64 key) {
     return out;
 }
 
+// The penalty's refusal of a negative growth, which only a malformed key can have.
+[[noreturn]] void raiseNegativeGrowth() {
+    QN_ERROR(ERRCODE_INDEX_CORRUPTED, "computePenalty", "GIST compute penalty new range is smaller than original one");
+}
+
 // Strategies 1 and 11: the query is a range array, sorted by lower bound.
 // One that is not one-dimensional or holds NULLs matches nothing.
 bool consistentWithRangeArray(FunctionCallInfo fcinfo, int64 key) {
@@ -133,7 +138,7 @@ Datum qn_gist_range_penalty(PG_FUNCTION_ARGS) {
     const auto* added = reinterpret_cast<const GISTENTRY*>(PG_GETARG_POINTER(1));
     auto* penalty = reinterpret_cast<float*>(PG_GETARG_POINTER(2));
     if (!qn::gist::computePenalty(DatumGetInt64(existing->key), DatumGetInt64(added->key), *penalty))
-        QN_ERROR(ERRCODE_INDEX_CORRUPTED, "computePenalty", "GIST compute penalty new range is smaller than original one");
+        raiseNegativeGrowth();
     PG_RETURN_POINTER(penalty);
 }
 
@@ -159,9 +164,7 @@ Datum qn_gist_range_picksplit(PG_FUNCTION_ARGS) {
             QN_ERROR(ERRCODE_INDEX_CORRUPTED, function, "GIST picksplit internal error (upper list out of bound)");
         case SplitError::AlreadyTagged:
             QN_ERROR(ERRCODE_INDEX_CORRUPTED, "pushRange", "GIST picksplit internal error (range already tagged)");
-        case SplitError::NegativeGrowth:
-            QN_ERROR(ERRCODE_INDEX_CORRUPTED, "computePenalty",
-                     "GIST compute penalty new range is smaller than original one");
+        case SplitError::NegativeGrowth: raiseNegativeGrowth();
         case SplitError::OutOfMemory: QN_ERROR(ERRCODE_OUT_OF_MEMORY, function, nullptr);
     }
     split->spl_nleft = left.count;

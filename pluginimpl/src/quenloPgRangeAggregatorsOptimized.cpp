@@ -127,10 +127,14 @@ QN_FUNCTION_INFO_V1(qn_int4set_agg_optimized_deserialfn)
 
 // Transition for value rows (state, v, maxinput, out) and bound rows
 // (state, lower, upper, maxinput, out).
-Datum qn_int4set_agg_optimized_transfn_A(PG_FUNCTION_ARGS) { return qn_int4set_agg_optimized_transfn_impl(fcinfo, false); }
+Datum qn_int4set_agg_optimized_transfn_A(PG_FUNCTION_ARGS) {
+    return qn_int4set_agg_optimized_transfn_impl(fcinfo, false);
+}
 
 // Transition for array rows (state, input form, array, maxinput, out).
-Datum qn_int4set_agg_optimized_transfn_B(PG_FUNCTION_ARGS) { return qn_int4set_agg_optimized_transfn_impl(fcinfo, true); }
+Datum qn_int4set_agg_optimized_transfn_B(PG_FUNCTION_ARGS) {
+    return qn_int4set_agg_optimized_transfn_impl(fcinfo, true);
+}
 
 // Final: the set in the first row's output layout, counted in 64 bits before the
 // array is allocated; consumes the state. No state gives the empty array.
