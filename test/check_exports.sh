@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Checks the module's dynamic symbol table: the server's entry points, one
-# version-1 record and function per C function named in the install script,
-# the version accessors, and nothing else of the module's own.
-#   check_exports.sh MODULE.so INSTALL_SCRIPT.sql
+# version-1 record and function per C function named in the install and
+# upgrade scripts, the version accessors, and nothing else of the module's own.
+#   check_exports.sh MODULE.so SCRIPT.sql...
 set -euo pipefail
-module=$1 script=$2
+module=$1
+shift
 exports=$(nm -D --defined-only "$module" | awk '{print $3}' | sort -u)
 fail=0
 expect() { grep -qx -- "$1" <<<"$exports" || { echo "missing export: $1"; fail=1; }; }
@@ -12,8 +13,8 @@ expect() { grep -qx -- "$1" <<<"$exports" || { echo "missing export: $1"; fail=1
 expect Pg_magic_func
 expect _PG_init
 expect _PG_fini
-mapfile -t functions < <(grep -oE "^CREATE FUNCTION qn_[a-z0-9_A-Z]+" "$script" | awk '{print $3}' | sort -u)
-[ "${#functions[@]}" -gt 0 ] || { echo "no functions found in $script"; exit 1; }
+mapfile -t functions < <(cat "$@" | grep -oE "^CREATE (OR REPLACE )?FUNCTION qn_[a-z0-9_A-Z]+" | awk '{print $NF}' | sort -u)
+[ "${#functions[@]}" -gt 0 ] || { echo "no functions found in $*"; exit 1; }
 for f in "${functions[@]}"; do
     expect "$f"
     expect "pg_finfo_$f"
