@@ -29,8 +29,9 @@ done
 unexpected=$(grep -vE '^(Pg_magic_func|_PG_init|_PG_fini|(pg_finfo_)?qn_[A-Za-z0-9_]+|_ZN26KelvarnPgRangeOperators4_07Version.*|_init|_fini|_edata|_end|__bss_start)$' <<<"$exports" || true)
 if [ -n "$unexpected" ]; then echo "unexpected exports:"; echo "$unexpected"; fail=1; fi
 # Every exported SQL-callable function is declared in the install script.
+declared=$(printf '%s\n' "${functions[@]}")
 for f in $(grep -E '^qn_' <<<"$exports"); do
-    printf '%s\n' "${functions[@]}" | grep -qx "$f" || { echo "exported but not declared: $f"; fail=1; }
+    grep -qx "$f" <<<"$declared" || { echo "exported but not declared: $f"; fail=1; }
 done
 [ $fail -eq 0 ] && echo "exports ok: ${#functions[@]} SQL functions"
 exit $fail

@@ -350,6 +350,14 @@ void pushIntoMixArray(qn::pg::tVector<int, A, F>& mix, int lower, int upper) {
     }
 }
 
+// The range of a mix item opened by the word at p (sign bit set), whose upper is
+// the next word before last; false when there is none, it has its sign bit set, or
+// it lies below the lower.
+inline bool mixItemRange(const int* p, const int* last, Range<int>& r) {
+    r = Range<int>{*p & 0x7fffffff, p + 1 != last ? p[1] : -1};
+    return r.upper >= 0 && r.lower <= r.upper;
+}
+
 // Reads the items of a mix array (words [begin, end), the first being the count
 // word, skipped unread) into out, in item order, without sorting or merging.
 // On a malformed range item (no upper word, an upper with its sign bit set, or
@@ -368,12 +376,12 @@ void convertMixToRangeArray(const int* begin, const int* end, RangeVector<int, A
             ++p;
             continue;
         }
-        const int lower = v & 0x7fffffff;
-        if (p + 1 >= end || p[1] < 0 || lower > p[1]) {
+        Range<int> r;
+        if (!mixItemRange(p, end, r)) {
             error = "Invalid range definition";
             return;
         }
-        out.push_back(Range<int>{lower, p[1]});
+        out.push_back(r);
         p += 2;
     }
 }

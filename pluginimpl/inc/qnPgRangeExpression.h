@@ -97,10 +97,27 @@ struct RangeExpression {
         return combineInto(depth, operation, first, first + count / 2);
     }
 
-    // Closes every group still open, innermost first.
-    ExpressionError finish() {
-        while (depth > 0)
-            if (const ExpressionError e = closeGroup(); e != ExpressionError::None) return e;
+    // The value of the whole expression, with the groups still open closed innermost
+    // first as if the rows had ended here. The evaluator is left as it was, so the
+    // value can be asked for again and more operands can follow. The closes are
+    // computed into `value` and `spare`; `result` ends pointing at the root's own
+    // list (no group open) or at one of those two. On UnknownOperation, `bad`
+    // holds the pending operation id that could not be applied.
+    ExpressionError closedValue(Vector& value, Vector& spare, const Vector*& result, int32_t& bad) const {
+        result = &vectors[levels[depth].vector];
+        Vector* out = &value;
+        Vector* other = &spare;
+        for (int32_t level = depth - 1; level >= 0; --level) {
+            const int32_t operation = levels[level].pendingOperation;
+            if (!apply(operation, vectors[levels[level].vector], result->begin(), result->end(), *out)) {
+                bad = operation;
+                return ExpressionError::UnknownOperation;
+            }
+            result = out;
+            Vector* const written = out;
+            out = other;
+            other = written;
+        }
         return ExpressionError::None;
     }
 
@@ -113,15 +130,21 @@ private:
         return combineInto(depth, levels[depth].pendingOperation, closed.begin(), closed.end());
     }
 
+    // out := value OP [first, last); false for an operation id other than 1 to 3.
+    static bool apply(int32_t operation, const Vector& value, const R* first, const R* last, Vector& out) {
+        switch (operation) {
+            case RangeOpUnion: computeUnion(value.begin(), value.end(), first, last, out); return true;
+            case RangeOpIntersection: computeIntersection(value.begin(), value.end(), first, last, out); return true;
+            case RangeOpExclusion: computeExclusion(value.begin(), value.end(), first, last, out); return true;
+            default: return false;
+        }
+    }
+
     // level's value := level's value OP [first, last).
     ExpressionError combineInto(int32_t level, int32_t operation, const R* first, const R* last) {
-        Vector& out = vectors[scratch];
-        const Vector& value = vectors[levels[level].vector];
-        switch (operation) {
-            case RangeOpUnion: computeUnion(value.begin(), value.end(), first, last, out); break;
-            case RangeOpIntersection: computeIntersection(value.begin(), value.end(), first, last, out); break;
-            case RangeOpExclusion: computeExclusion(value.begin(), value.end(), first, last, out); break;
-            default: badOperation = operation; return ExpressionError::UnknownOperation;
+        if (!apply(operation, vectors[levels[level].vector], first, last, vectors[scratch])) {
+            badOperation = operation;
+            return ExpressionError::UnknownOperation;
         }
         const int32_t previous = levels[level].vector;
         levels[level].vector = scratch;

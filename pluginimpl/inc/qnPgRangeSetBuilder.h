@@ -132,14 +132,15 @@ inline void writeSetState(uint8_t* bytes, uint32_t inputType, uint32_t outputTyp
 
 enum class SetStateError {
     None,
-    Empty,               // shorter than the two form bytes
-    FormsWithoutRanges,  // forms set, no ranges
-    RaggedRanges,        // the ranges do not come in whole 8-byte pairs
+    Empty,         // shorter than the two form bytes
+    RaggedRanges,  // the ranges do not come in whole 8-byte pairs
 };
 
 // Reads the header of a serialised state of `size` bytes (its whole length,
 // length word included): the two forms, sign-extended, and the number of ranges
-// that follow at kSetStateRangesOffset. Nothing beyond `size` is read.
+// that follow at kSetStateRangesOffset. A state with forms and no ranges (one
+// that saw only rows without members) is read as such. Nothing beyond `size` is
+// read.
 inline SetStateError readSetState(const uint8_t* bytes, uint64_t size, int32_t& inputType, int32_t& outputType,
                                   uint64_t& rangeCount) {
     rangeCount = 0;
@@ -147,7 +148,6 @@ inline SetStateError readSetState(const uint8_t* bytes, uint64_t size, int32_t& 
     inputType = static_cast<int8_t>(bytes[kSetStateFormsOffset]);
     outputType = static_cast<int8_t>(bytes[kSetStateFormsOffset + 1]);
     const uint64_t payload = size - kSetStateRangesOffset;
-    if (payload == 0) return inputType != 0 ? SetStateError::FormsWithoutRanges : SetStateError::None;
     if (payload % sizeof(Range<int32_t>) != 0) return SetStateError::RaggedRanges;
     rangeCount = payload / sizeof(Range<int32_t>);
     return SetStateError::None;

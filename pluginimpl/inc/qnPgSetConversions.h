@@ -93,6 +93,25 @@ enum class MixExpandError {
     CountMismatch,  // the items hold more or fewer integers than `capacity`
 };
 
+// Counts the integers of the mix items [first, last) (the words after the count
+// word) without writing anything: false at the first malformed range item, else
+// true with their total in `members`.
+inline bool countMixMembers(const int32_t* first, const int32_t* last, uint64_t& members) {
+    members = 0;
+    for (const int32_t* p = first; p != last;) {
+        if (*p >= 0) {
+            ++members;
+            ++p;
+            continue;
+        }
+        Range<int32_t> r;
+        if (!mixItemRange(p, last, r)) return false;
+        members += static_cast<uint64_t>(int64_t{r.upper} - r.lower) + 1;
+        p += 2;
+    }
+    return true;
+}
+
 // 'm' to 's': writes every integer of the mix items [first, last) (the words after
 // the count word) into out, which has room for exactly `capacity` values, the
 // declared count. Never writes past capacity: once the items overflow it, the
@@ -109,8 +128,8 @@ MixExpandError expandMixArray(const int32_t* first, const int32_t* last, int32_t
             ++p;
             continue;
         }
-        const Range<int32_t> r{*p & 0x7fffffff, p + 1 != last ? p[1] : -1};
-        if (r.upper < 0 || r.lower > r.upper) return MixExpandError::InvalidRange;
+        Range<int32_t> r;
+        if (!mixItemRange(p, last, r)) return MixExpandError::InvalidRange;
         const uint64_t width = static_cast<uint64_t>(int64_t{r.upper} - r.lower) + 1;
         if (written <= capacity && width <= capacity - written) writeMembers(&r, &r + 1, out + written, poll);
         written += width;

@@ -48,8 +48,10 @@ using PgRangeVector = PgVector<RangeInt>;
                              ...) pg_attribute_printf(5, 6);
 
 // The elements of an int4[] argument, read in place. An array that is not
-// one-dimensional, carries a null bitmap, or whose payload is shorter than its
-// declared length is read as empty.
+// one-dimensional, holds a NULL element, or whose payload is shorter than its
+// declared length is read as empty. An array that merely carries a null bitmap
+// without a NULL in it (a slice of one that had NULLs) is read as its elements:
+// it equals the same array without the bitmap.
 struct Int4Elements {
     const int32* data;
     int32 count;
@@ -59,10 +61,12 @@ struct Int4Elements {
 };
 
 inline Int4Elements readInt4Elements(const ArrayType* array) {
-    if (ARR_NDIM(array) != 1 || ARR_HASNULL(array)) return {nullptr, 0};
+    if (ARR_NDIM(array) != 1) return {nullptr, 0};
+    if (ARR_HASNULL(array) && array_contains_nulls(const_cast<ArrayType*>(array))) return {nullptr, 0};
     const int32 count = ARR_DIMS(array)[0];
-    const size_t payload = VARSIZE(array) - ARR_OVERHEAD_NONULLS(1);
-    if (count < 0 || static_cast<size_t>(count) > payload / sizeof(int32)) return {nullptr, 0};
+    const Size offset = ARR_DATA_OFFSET(array);
+    const Size payload = VARSIZE(array) > offset ? VARSIZE(array) - offset : 0;
+    if (count < 0 || static_cast<Size>(count) > payload / sizeof(int32)) return {nullptr, 0};
     return {reinterpret_cast<const int32*>(ARR_DATA_PTR(array)), count};
 }
 
@@ -79,13 +83,20 @@ using PgBitBuffer = qn::bitfield::BitBuffer<allocateBitBufferBytes, pfree, raise
 #define QN_ERROR(sqlstate, function, ...) \
     qn::pg::raiseError(sqlstate, kSourceFile, __LINE__, function, __VA_ARGS__)
 
+// Refuses, before anything is allocated, a result of n elements that PostgreSQL
+// could not use as an array (more than MaxArraySize, 134,217,727 elements: it could
+// be stored but never printed, copied or dumped): 22015 with `message` from
+// `function`. Most paths report "array overflow ", a few "array overflow".
+void checkResultElements(uint64_t n, const char* function, const char* message = "array overflow ");
+
 // A zero-filled one-dimensional int4[] of n elements (lower bound 1, no null
 // bitmap), allocated in the current memory context; n = 0 gives the 24-byte
-// empty array. Raises 53200 with no message when no memory can be had.
+// empty array. Callers check n first; beyond MaxArraySize it raises "array
+// overflow ". Raises 53200 with no message when no memory can be had.
 ArrayType* allocateResultArray(int32 n);
 
 // An int4[] holding a copy of n elements; `function` names the caller in the
-// "array overflow " error raised when n does not fit in int32.
+// "array overflow " error raised when n is more than an array can hold.
 ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* function);
 
 // A range array ('r') holding the ranges of v, lower then upper.
@@ -121,7 +132,10 @@ bool getBitFieldInfo(const bytea* value, qn::bitfield::BitFieldView& view, const
 // T's first field is the MemoryContext that holds the state and everything
 // allocated for it; a new state is allocated zeroed in a fresh context, a child
 // of the aggregate context, whose identifier names the SQL function that made it
-// (so memory-context dumps show it). Dropping that context frees the whole state.
+// (so memory-context dumps show it). The state lives as long as the aggregate
+// context: final functions only read it, since the server may finalise one state
+// several times (a hash table kept across rescans, a window frame that grows) and
+// may go on adding rows after a final call.
 // The caller's context comes back when the helper goes out of scope; an error
 // leaves by longjmp without running the destructor, and the server's error
 // recovery resets the current context itself.
@@ -155,13 +169,6 @@ public:
     MemoryContext aggregateContext;
     const MemoryContext previousContext;
 };
-
-// Frees an aggregate state by deleting its context, which holds the state and all
-// its buffers; called by final functions, from the caller's context.
-template <typename T>
-void destroyAggregateState(T* state) {
-    MemoryContextDelete(state->memoryContext);
-}
 
 }  // namespace qn::pg
 

@@ -117,25 +117,18 @@ Datum qn_agg_keep_single_transfn(PG_FUNCTION_ARGS) {
     PG_RETURN_POINTER(state);
 }
 
-// Final: the kept value in the caller's context, or NULL; consumes the state.
+// Final: the kept value, copied into the caller's context, or NULL. The state
+// is only read.
 Datum qn_agg_keep_single_finalfn(PG_FUNCTION_ARGS) {
-    AggKeepSingleContext* state = keepSingleStateArgument(fcinfo, 0);
-    if (!state) PG_RETURN_NULL();
-    if (state->isNull) {
-        qn::pg::destroyAggregateState(state);
-        PG_RETURN_NULL();
-    }
-    Datum result = 0;
+    const AggKeepSingleContext* state = keepSingleStateArgument(fcinfo, 0);
+    if (!state || state->isNull) PG_RETURN_NULL();
     switch (keptAs(state->typeOid)) {
-        case KeptAs::ByValue: result = state->value; break;
+        case KeptAs::ByValue: PG_RETURN_DATUM(state->value);
         case KeptAs::Varlena:
-            result = PointerGetDatum(pg_detoast_datum_copy(reinterpret_cast<varlena*>(DatumGetPointer(state->value))));
-            break;
-        case KeptAs::Unsupported:
-            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "qn_agg_keep_single_finalfn", "agg_keep_singleunsuported type");
+            PG_RETURN_POINTER(pg_detoast_datum_copy(reinterpret_cast<varlena*>(DatumGetPointer(state->value))));
+        case KeptAs::Unsupported: break;
     }
-    qn::pg::destroyAggregateState(state);
-    PG_RETURN_DATUM(result);
+    QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "qn_agg_keep_single_finalfn", "agg_keep_singleunsuported type");
 }
 
 // Combine: a new state with both arguments (either may be NULL) merged into it by

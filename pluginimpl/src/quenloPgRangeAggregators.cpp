@@ -162,19 +162,18 @@ Datum qn_int4range_op_transfn(PG_FUNCTION_ARGS) {
     PG_RETURN_POINTER(state);
 }
 
-// Final: closes the groups left open and returns the root's range array (the
-// empty array when no row came); consumes the state.
+// Final: the root's range array with the groups left open closed, innermost
+// first (the empty array when no row came). The state is only read: the groups
+// are closed on copies, so the final function can run again, and rows can follow.
 Datum qn_int4range_op_finalfn(PG_FUNCTION_ARGS) {
     const char* function = "qn_int4range_op_finalfn";
     auto* state = PG_ARGISNULL(0) ? nullptr : reinterpret_cast<Int4RangeOpData*>(PG_GETARG_POINTER(0));
     if (!state) PG_RETURN_ARRAYTYPE_P(qn::pg::allocateResultArray(0));
-    MemoryContext caller = MemoryContextSwitchTo(state->memoryContext);
-    const qn::pgRangeArray::ExpressionError error = state->expression.finish();
-    MemoryContextSwitchTo(caller);
-    raiseExpressionError(error, state->expression.badOperation);
-    ArrayType* result = qn::pg::buildRangeArrayResult(state->expression.result(), function);
-    qn::pg::destroyAggregateState(state);
-    PG_RETURN_ARRAYTYPE_P(result);
+    PgRangeVector value(1024), spare(1024);
+    const PgRangeVector* result = nullptr;
+    int32 badOperation = 0;
+    raiseExpressionError(state->expression.closedValue(value, spare, result, badOperation), badOperation);
+    PG_RETURN_ARRAYTYPE_P(qn::pg::buildRangeArrayResult(*result, function));
 }
 
 // ---------------------------------------------------------------------------
@@ -283,17 +282,20 @@ ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
             return qn::pg::buildRangeArrayResult(ranges, function);
         case ArrayDataTypeSet: {
             const uint64 count = countMembers(ranges.begin(), ranges.end());
-            if (count > static_cast<uint64>(PG_INT32_MAX))
-                QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow");
+            qn::pg::checkResultElements(count, function, "array overflow");
             ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(count));
             writeMembers(ranges.begin(), ranges.end(), reinterpret_cast<int32*>(ARR_DATA_PTR(result)),
                          [] { CHECK_FOR_INTERRUPTS(); });
             return result;
         }
         case ArrayDataTypeMixArray: {
-            // The count word (the number of integers, a wrapping 32-bit total), then the items.
+            // The count word (the number of integers, a wrapping 32-bit total), then the
+            // items: one word for a single value, two for a range, counted first.
             if (ranges.empty()) return qn::pg::allocateResultArray(0);
-            qn::pg::PgVector<int32> mix(1024);
+            uint64 words = 1;
+            for (const RangeInt& r : ranges) words += r.lower == r.upper ? 1 : 2;
+            qn::pg::checkResultElements(words, function, "array overflow");
+            qn::pg::PgVector<int32> mix(words);
             mix.push_back(0);
             uint32 total = 0;
             for (const RangeInt& r : ranges) {
@@ -301,8 +303,6 @@ ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
                 pushIntoMixArray(mix, r.lower, r.upper);
             }
             mix[0] = static_cast<int32>(total);
-            if (mix.size() > static_cast<uint64>(PG_INT32_MAX))
-                QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow");
             return qn::pg::buildInt4Result(mix.data(), mix.size(), function);
         }
         default:
@@ -310,19 +310,22 @@ ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
     }
 }
 
-// Merges state x into s (the "addOtherCtx" step of combining): s takes x's forms
-// and a copy of its set when s is still blank; otherwise the forms must agree and
-// s becomes the union of both sets.
+// Merges state x into s (the "addOtherCtx" step of combining). A state without
+// ranges (one that saw only rows without members: NULLs, skipped arrays) adds
+// nothing and lends its forms only to a state that has none, so such partial
+// states combine alike in every plan. Otherwise s takes x's forms and a copy of
+// its set when s holds no range yet, or the forms must agree and s becomes the
+// union of both sets.
 void mergeSetState(Int4ToSetOpDataSet* s, Int4ToSetOpDataSet* x) {
     flushSetState(x);
     const auto& theirs = x->set.ranges;
-    if (s->inputType == 0) {
+    if (theirs.empty() && s->inputType != 0) return;
+    if (s->set.ranges.empty()) {
         s->inputType = x->inputType;
         s->outputType = x->outputType;
         s->set.assign(theirs.begin(), theirs.end());
         return;
     }
-    if (x->inputType == 0) return;
     if (x->inputType != s->inputType || x->outputType != s->outputType)
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
     auto& ours = s->set.ranges;
@@ -347,16 +350,16 @@ Datum qn_int4set_agg_transfn_A(PG_FUNCTION_ARGS) { return int4setAggTransition(f
 // Transition for array rows (state, input form, array, output form).
 Datum qn_int4set_agg_transfn_B(PG_FUNCTION_ARGS) { return int4setAggTransition(fcinfo, true); }
 
-// Final: the set in the first row's output layout; consumes the state. No row at
-// all gives the empty array: no state, or under parallel aggregation a state
-// combined only from workers that saw no row (its forms never fixed).
+// Final: the set in the first row's output layout. No member at all gives the
+// empty array: no state, or under partial aggregation a state combined only
+// from partial states without members (its forms never fixed). Pending rows are
+// merged into the set, which changes how the state holds the set, not what it
+// holds: the final function can run again, and rows can follow.
 Datum qn_int4set_agg_finalfn(PG_FUNCTION_ARGS) {
     Int4ToSetOpDataSet* state = setStateArgument(fcinfo, 0);
     if (!state) PG_RETURN_ARRAYTYPE_P(qn::pg::allocateResultArray(0));
     flushSetState(state);
-    ArrayType* result = state->inputType == 0 ? qn::pg::allocateResultArray(0) : buildSetResult(state);
-    qn::pg::destroyAggregateState(state);
-    PG_RETURN_ARRAYTYPE_P(result);
+    PG_RETURN_ARRAYTYPE_P(state->inputType == 0 ? qn::pg::allocateResultArray(0) : buildSetResult(state));
 }
 
 // Combine: a new state holding the union of both arguments (either may be NULL);
@@ -396,9 +399,6 @@ Datum qn_int4set_agg_deserialfn(PG_FUNCTION_ARGS) {
         case SetStateError::None: break;
         case SetStateError::Empty:
             QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "fromBytea", "qn_int4set_agg_deserialfn empty bytea");
-        case SetStateError::FormsWithoutRanges:
-            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "fromBytea",
-                     "qn_int4set_agg_deserialfn range array should not be empty");
         case SetStateError::RaggedRanges:
             QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "fromBytea",
                      "qn_int4set_agg_deserialfn invalid range array size");

@@ -28,6 +28,8 @@ struct Int4ToSetOpDataOptimized {
     void addRange(FunctionCallInfo fcinfo, bool isB);
     // Takes the forms and a copy of the bits of another state.
     void copyFrom(const Int4ToSetOpDataOptimized& other);
+    // Some bit is set: the state saw a member, not only rows without one.
+    bool hasMembers() const;
 };
 
 void Int4ToSetOpDataOptimized::addRange(FunctionCallInfo fcinfo, bool isB) {
@@ -104,6 +106,12 @@ void Int4ToSetOpDataOptimized::copyFrom(const Int4ToSetOpDataOptimized& other) {
     bits.size = other.bits.size;
 }
 
+bool Int4ToSetOpDataOptimized::hasMembers() const {
+    for (uint32 i = 0; i < bits.size; ++i)
+        if (bits.data[i]) return true;
+    return false;
+}
+
 Int4ToSetOpDataOptimized* optimizedStateArgument(FunctionCallInfo fcinfo, int argno) {
     return PG_ARGISNULL(argno) ? nullptr : reinterpret_cast<Int4ToSetOpDataOptimized*>(PG_GETARG_POINTER(argno));
 }
@@ -137,38 +145,40 @@ Datum qn_int4set_agg_optimized_transfn_B(PG_FUNCTION_ARGS) {
 }
 
 // Final: the set in the first row's output layout, counted in 64 bits before the
-// array is allocated; consumes the state. No state gives the empty array.
+// array is allocated. The state is only read. No state gives the empty array.
 Datum qn_int4set_agg_optimized_finalfn(PG_FUNCTION_ARGS) {
     using namespace qn::pgRangeArray;
     const char* function = "qn_int4set_agg_optimized_finalfn";
-    Int4ToSetOpDataOptimized* state = optimizedStateArgument(fcinfo, 0);
+    const Int4ToSetOpDataOptimized* state = optimizedStateArgument(fcinfo, 0);
     if (!state) PG_RETURN_ARRAYTYPE_P(qn::pg::allocateResultArray(0));
     const uint32 form = state->outputType;
     if (form != ArrayDataTypeSet && form != ArrayDataTypeRangeArray && form != ArrayDataTypeMixArray)
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "qn_int4set_agg_optimized_finalfn not implemented");
     const auto& bits = state->bits;
     const uint64 n = qn::bitfield::countBitSetElements(bits.data, bits.size, form);
-    if (n > static_cast<uint64>(PG_INT32_MAX))
-        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow ");
+    qn::pg::checkResultElements(n, function);
     ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(n));
     qn::bitfield::writeBitSetElements(bits.data, bits.size, form, reinterpret_cast<int32*>(ARR_DATA_PTR(result)));
-    qn::pg::destroyAggregateState(state);
     PG_RETURN_ARRAYTYPE_P(result);
 }
 
 // Combine: a new state holding the bits of both arguments (either may be NULL);
-// the arguments are left as they were.
+// the arguments are left as they were. A state without members (one that saw
+// only rows without members) adds no bits and lends its forms only to a state
+// that has none, so such partial states combine alike in every plan; the forms
+// of two states with members must agree.
 Datum qn_int4set_agg_optimized_combinefn(PG_FUNCTION_ARGS) {
     Int4ToSetOpDataOptimized* state = nullptr;
     AggCtxHelper<Int4ToSetOpDataOptimized> helper(state, fcinfo, "qn_int4set_agg_optimized_combinefn");
-    if (const Int4ToSetOpDataOptimized* first = optimizedStateArgument(fcinfo, 0)) state->copyFrom(*first);
+    const Int4ToSetOpDataOptimized* first = optimizedStateArgument(fcinfo, 0);
     const Int4ToSetOpDataOptimized* other = optimizedStateArgument(fcinfo, 1);
+    if (first) state->copyFrom(*first);
     if (!other) PG_RETURN_POINTER(state);
-    if (state->inputType == 0) {
+    if (state->inputType == 0 || (!state->hasMembers() && other->hasMembers())) {
         state->copyFrom(*other);
         PG_RETURN_POINTER(state);
     }
-    if (other->inputType == 0) PG_RETURN_POINTER(state);
+    if (!other->hasMembers()) PG_RETURN_POINTER(state);
     if (other->inputType != state->inputType || other->outputType != state->outputType)
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
     if (other->bits.size > state->bits.size) state->bits.resize(other->bits.size);

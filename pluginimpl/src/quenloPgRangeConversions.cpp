@@ -55,8 +55,7 @@ ArrayType* setToMixArray(const Int4Elements& e) {
     qn::pg::PgVector<int32> mix(1024);
     if (!qn::pgRangeArray::scalarsToMixArray(e.data, e.data + e.count, mix))
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "convertScalarToMixArrayInt4 input data is not sorted");
-    if (mix.size() > static_cast<uint64>(PG_INT32_MAX))
-        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "array overflow");
+    qn::pg::checkResultElements(mix.size(), kConvFunction, "array overflow");
     return qn::pg::buildInt4Result(mix.data(), mix.size(), kConvFunction);
 }
 
@@ -70,8 +69,7 @@ void requireEvenCount(const Int4Elements& e) {
 ArrayType* rangeArrayToSet(const Int4Elements& e) {
     requireEvenCount(e);
     const uint64 count = qn::pgRangeArray::countMembers(e.rangesBegin(), e.rangesEnd());
-    if (count > static_cast<uint64>(PG_INT32_MAX))
-        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "array overflow ");
+    qn::pg::checkResultElements(count, kConvFunction);
     ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(count));
     qn::pgRangeArray::writeMembers(e.rangesBegin(), e.rangesEnd(), reinterpret_cast<int32*>(ARR_DATA_PTR(result)),
                                    [] { CHECK_FOR_INTERRUPTS(); });
@@ -95,23 +93,23 @@ ArrayType* mixArrayToRangeArray(const Int4Elements& e) {
     return qn::pg::buildRangeArrayResult(ranges, kConvFunction);
 }
 
-// 'm' to 's': the result is sized once from the count word and the items must
-// fill it exactly. An empty mix array (no count word) is the empty set.
+// 'm' to 's': the items must hold exactly the count word's number of integers.
+// They are counted and checked before anything is allocated, so a wrong count
+// word costs one pass over the input, whatever it claims; the result is then
+// sized once and filled. An empty mix array (no count word) is the empty set.
 ArrayType* mixArrayToSet(const Int4Elements& e) {
     const int32 declared = e.count ? e.data[0] : 0;
-    const Size maxElements = (MaxAllocSize - ARR_OVERHEAD_NONULLS(1)) / sizeof(int32);
-    if (declared < 0 || static_cast<Size>(declared) > maxElements)
-        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "%s", "Output array is too small");
-    ArrayType* result = qn::pg::allocateResultArray(declared);
+    if (declared < 0) QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "%s", "Output array is too small");
     const int32* items = e.count ? e.data + 1 : e.data;
-    switch (qn::pgRangeArray::expandMixArray(items, e.data + e.count, reinterpret_cast<int32*>(ARR_DATA_PTR(result)),
-                                             static_cast<uint64>(declared), [] { CHECK_FOR_INTERRUPTS(); })) {
-        case qn::pgRangeArray::MixExpandError::None: break;
-        case qn::pgRangeArray::MixExpandError::InvalidRange:
-            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "%s", "Invalid range definition");
-        case qn::pgRangeArray::MixExpandError::CountMismatch:
-            QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "%s", "Conversion error");
-    }
+    uint64 members = 0;
+    if (!qn::pgRangeArray::countMixMembers(items, e.data + e.count, members))
+        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "%s", "Invalid range definition");
+    if (members != static_cast<uint64>(declared))
+        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "%s", "Conversion error");
+    qn::pg::checkResultElements(members, kConvFunction);
+    ArrayType* result = qn::pg::allocateResultArray(declared);
+    qn::pgRangeArray::expandMixArray(items, e.data + e.count, reinterpret_cast<int32*>(ARR_DATA_PTR(result)),
+                                     static_cast<uint64>(declared), [] { CHECK_FOR_INTERRUPTS(); });
     return result;
 }
 
@@ -133,11 +131,11 @@ Datum qn_range_pack(PG_FUNCTION_ARGS) {
     int32 lower = 0, upper = 0;
     if (PG_NARGS() == 1) {
         const ArrayType* pair = PG_GETARG_ARRAYTYPE_P(0);
-        if (ARR_ELEMTYPE(pair) != INT4OID || ARR_NDIM(pair) != 1 || ARR_HASNULL(pair) || ARR_DIMS(pair)[0] != 2)
+        const Int4Elements e = qn::pg::readInt4Elements(pair);
+        if (ARR_ELEMTYPE(pair) != INT4OID || e.count != 2)
             QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "accept only int4[] with a size of 2 ");
-        const auto* bounds = reinterpret_cast<const int32*>(ARR_DATA_PTR(pair));
-        lower = bounds[0];
-        upper = bounds[1];
+        lower = e.data[0];
+        upper = e.data[1];
     } else if (PG_NARGS() == 2) {
         lower = PG_GETARG_INT32(0);
         upper = PG_GETARG_INT32(1);
@@ -250,6 +248,7 @@ Datum qn_bytea2floatarray(PG_FUNCTION_ARGS) {
     if (n % sizeof(float4))
         QN_ERROR(ERRCODE_INVALID_BINARY_REPRESENTATION, "qn_bytea2floatarray",
                  "invalid byte count to represent a float array");
+    qn::pg::checkResultElements(n / sizeof(float4), "qn_bytea2floatarray");
     ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(n / sizeof(float4)));
     result->elemtype = FLOAT4OID;
     if (n) memcpy(ARR_DATA_PTR(result), VARDATA_ANY(payload), n);

@@ -33,7 +33,13 @@ void raiseError(int sqlstate, const char* file, int line, const char* function, 
     pg_unreachable();
 }
 
+void checkResultElements(uint64_t n, const char* function, const char* message) {
+    if (n > static_cast<uint64_t>(MaxArraySize))
+        raiseError(ERRCODE_INTERVAL_FIELD_OVERFLOW, kUtilsSource, __LINE__, function, "%s", message);
+}
+
 ArrayType* allocateResultArray(int32 n) {
+    checkResultElements(n < 0 ? UINT64_MAX : static_cast<uint64_t>(n), "allocateResultArray");
     const Size bytes = ARR_OVERHEAD_NONULLS(1) + static_cast<Size>(n) * sizeof(int32);
     auto* result = static_cast<ArrayType*>(palloc_extended(bytes, MCXT_ALLOC_ZERO | MCXT_ALLOC_NO_OOM));
     if (!result) raiseError(ERRCODE_OUT_OF_MEMORY, kUtilsSource, __LINE__, "allocateResultArray", nullptr);
@@ -47,8 +53,7 @@ ArrayType* allocateResultArray(int32 n) {
 }
 
 ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* function) {
-    if (n > static_cast<uint64_t>(PG_INT32_MAX))
-        raiseError(ERRCODE_INTERVAL_FIELD_OVERFLOW, kUtilsSource, __LINE__, function, "array overflow ");
+    checkResultElements(n, function);
     ArrayType* result = allocateResultArray(static_cast<int32>(n));
     if (n) memcpy(ARR_DATA_PTR(result), elements, n * sizeof(int32));
     return result;

@@ -58,4 +58,3 @@ SELECT pg_temp.try($$SELECT int4range_op_agg(0, '{1,2}'::int4[])$$) AS zero_appl
        pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(0, open => 1), '{1,2}'::int4[])$$) AS zero_closed_at_end,
        pg_temp.try($$SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES (1, pg_temp.word(0, open => 1), '{1,2}'::int4[]),
                      (2, pg_temp.word(1), '{5,6}')) t(o, w, a)$$) AS zero_open_then_union;
-SELECT pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1), '{1,2}'::int4[]) OVER () FROM generate_series(1, 2)$$) AS as_window;
