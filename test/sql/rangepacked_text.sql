@@ -1,5 +1,5 @@
--- Packed ranges as text "[lower,upper]" and back: known answers, what the
--- parser accepts and refuses, and round trips at the int4 extremes.
+-- Packed ranges as text "[lower,upper]" and back: known answers, and what the
+-- parser accepts and refuses.
 \i sql/include/run.psql
 
 SELECT p, qn_rangepacked_to_text(p) AS text
@@ -15,10 +15,3 @@ FROM (VALUES ('[3,5]'), (' [ -5 , +7 ] '), (E'\t[1,1]\n'), ('[-2147483648,214748
              ('[1,2147483648]'), ('[-2147483649,0]'), ('[99999999999999999999,0]'), ('[1,x99999999999]'),
              ('[5,4]')) v(t);
 
--- Every packed range of bounds near zero and at the extremes reads back as itself.
-SELECT count(*) AS ranges,
-       count(*) FILTER (WHERE qn_rangepacked_from_text(qn_rangepacked_to_text(p)) <> p) AS round_trip_wrong
-FROM (SELECT qn_range_pack(lo, hi) AS p
-      FROM unnest(ARRAY[-2147483648, -2147483647, -1000000000, -10, -1, 0, 1, 9, 1000000000, 2147483646, 2147483647]::int4[]) lo,
-           unnest(ARRAY[-2147483648, -2147483647, -1000000000, -10, -1, 0, 1, 9, 1000000000, 2147483646, 2147483647]::int4[]) hi
-      WHERE lo <= hi) s;
