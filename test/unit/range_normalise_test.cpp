@@ -63,14 +63,6 @@ TEST(Normalise, AnyInputGivesTheModelsUnion) {
     }
 }
 
-// Adjacency and order are decided without wrapping at the int4 extremes.
-TEST(Normalise, ExtremesDoNotWrap) {
-    EXPECT_EQ(normalised({{INT_MAX, INT_MAX}, {INT_MIN, INT_MIN}}), (Pairs{{INT_MIN, INT_MIN}, {INT_MAX, INT_MAX}}));
-    EXPECT_EQ(normalised({{INT_MIN, INT_MAX - 1}, {INT_MAX, INT_MAX}}), (Pairs{{INT_MIN, INT_MAX}}));
-    const std::vector<R> apart = rt::ranges({{INT_MIN, INT_MIN}, {INT_MAX, INT_MAX}});
-    EXPECT_TRUE(isNormalised(apart.data(), apart.data() + 2));
-}
-
 // Inputs made of k sorted runs come out sorted and whole, whatever k (merged
 // for a few runs, radix sorted for many); a million and more ranges are polled
 // on the way.
