@@ -7,7 +7,9 @@
 // A closed range [lower, upper] of the module is the int4range
 // '[lower,upper+1)'. An int4range cannot hold 2147483648, so a range ending at
 // 2147483647 has no upper bound; both ways the int4 extremes -2147483648 and
-// 2147483647 stand for an unbounded end, which keeps every round trip exact.
+// 2147483647 stand for an unbounded end. The module's forms come back from an
+// int4range exactly; an int4range bounded at an extreme comes back unbounded,
+// holding the same integers.
 #include "qnPgPackedRangeText.h"
 #include "qnPgRangeNormalise.h"
 #include "quenloPgUtils.h"
