@@ -2,16 +2,7 @@
 -- decoders: known answers and errors, then round trips on random sets checked
 -- against int4set_agg and plain SQL.
 \i sql/include/errors.psql
-
--- run(query): the query's single value as text ('NULL' for NULL), or its error.
-CREATE FUNCTION pg_temp.run(query text) RETURNS text LANGUAGE plpgsql AS $$
-DECLARE result text;
-BEGIN
-    EXECUTE query INTO result;
-    RETURN coalesce(result, 'NULL');
-EXCEPTION WHEN OTHERS THEN
-    RETURN SQLSTATE || ': ' || SQLERRM;
-END $$;
+\i sql/include/run.psql
 
 -- Every pair of forms, including what each refuses. 's' runs continue across a
 -- wrapped step of 2^31 or more; 'r' pairs are expanded and 'm' items converted

@@ -15,7 +15,6 @@
 namespace {
 
 using namespace rt;
-using I64Pairs = std::vector<std::pair<int64_t, int64_t>>;
 
 int uniform(std::mt19937& rng, int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); }
 
@@ -54,35 +53,6 @@ std::set<int> modelOp(Op op, const std::set<int>& a, const std::set<int>& b) {
         case Op::Union: std::set_union(a.begin(), a.end(), b.begin(), b.end(), out); break;
         case Op::Intersection: std::set_intersection(a.begin(), a.end(), b.begin(), b.end(), out); break;
         case Op::Exclusion: std::set_difference(a.begin(), a.end(), b.begin(), b.end(), out); break;
-    }
-    return r;
-}
-
-// Canonical result of op on two range lists, computed in int64 over the elementary
-// segments between all bounds, so no value expansion or 32-bit arithmetic is involved.
-I64Pairs segmentModel(Op op, const Pairs& a, const Pairs& b) {
-    auto contains = [](const Pairs& p, int64_t v) {
-        for (const auto& [lo, hi] : p)
-            if (lo <= v && v <= hi) return true;
-        return false;
-    };
-    std::vector<int64_t> cuts;
-    for (const Pairs* p : {&a, &b})
-        for (const auto& [lo, hi] : *p) {
-            cuts.push_back(lo);
-            cuts.push_back(int64_t{hi} + 1);
-        }
-    std::sort(cuts.begin(), cuts.end());
-    cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
-    I64Pairs r;
-    for (size_t i = 0; i + 1 < cuts.size(); ++i) {
-        const bool inA = contains(a, cuts[i]), inB = contains(b, cuts[i]);
-        const bool keep = op == Op::Union ? inA || inB : op == Op::Intersection ? inA && inB : inA && !inB;
-        if (!keep) continue;
-        if (!r.empty() && r.back().second + 1 == cuts[i])
-            r.back().second = cuts[i + 1] - 1;
-        else
-            r.emplace_back(cuts[i], cuts[i + 1] - 1);
     }
     return r;
 }
