@@ -13,14 +13,16 @@ static_assert(false, "quenloPgCompat.h follows postgres.h");
 #error "kelvarn_range_operators needs PostgreSQL 13 or later"
 #endif
 
-// 13 to 15 leave PGDLLEXPORT empty (16 on mark it default-visible themselves); the
-// module is built with hidden visibility, so its entry points are exported here.
+// 13 to 15 leave PGDLLEXPORT empty (16 and later make it default-visible
+// themselves); the module is built with hidden visibility, so its entry points
+// are exported through this definition on every major.
 #undef PGDLLEXPORT
 #define PGDLLEXPORT __attribute__((visibility("default")))
 
-// The module's magic block: the server it was built against refuses it unless
-// their majors and ABI settings match. 18 on also name the module and its version
-// in it (pg_get_loaded_modules()), as the build defines them.
+// The module's magic block, which a server refuses unless its major and ABI
+// settings are those the module was built against. From 18 on the block also
+// carries the extension's name and version, as the build defines them (shown by
+// pg_get_loaded_modules()).
 #if PG_VERSION_NUM >= 180000
 #define QN_MODULE_MAGIC PG_MODULE_MAGIC_EXT(.name = QN_EXTENSION_NAME, .version = QN_EXTENSION_VERSION)
 #else
