@@ -11,12 +11,10 @@
 #include "qnPgVector.h"
 #include "quenloPgBitField.h"
 
-// PostgreSQL 13 leaves PGDLLEXPORT empty; the module is built with hidden
-// visibility, so the SQL-callable symbols are exported explicitly.
-#define PGDLLEXPORT __attribute__((visibility("default")))
-
 extern "C" {
 #include "postgres.h"
+
+#include "quenloPgCompat.h"
 
 #include "catalog/pg_type.h"
 #include "fmgr.h"
@@ -25,8 +23,8 @@ extern "C" {
 }
 
 // Declares an SQL-callable version-1 function with C linkage and exports both it
-// and its information record (PostgreSQL 13's PG_FUNCTION_INFO_V1 exports only the
-// record).
+// and its information record (PG_FUNCTION_INFO_V1 of PostgreSQL 13 to 15 exports
+// only the record).
 #define QN_FUNCTION_INFO_V1(funcname)                      \
     extern "C" PGDLLEXPORT Datum funcname(PG_FUNCTION_ARGS); \
     extern "C" {                                           \

@@ -1,5 +1,5 @@
--- The module loads into PostgreSQL 13 and declares its functions as intended.
-SELECT current_setting('server_version_num')::int / 10000 AS server_major;
+-- The module loads into a supported server and declares its functions as intended.
+SELECT current_setting('server_version_num')::int / 10000 BETWEEN 13 AND 18 AS supported_major;
 SELECT extname, extversion FROM pg_extension WHERE extname = 'kelvarn_range_operators';
 
 -- Every C function of the extension, with its null rule, volatility, parallel
