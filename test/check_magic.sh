@@ -2,8 +2,11 @@
 # Checks that the module's magic block names the server major it was built for:
 # the cluster of this build loads its own module, and refuses with "version
 # mismatch" every module built for another major in a sibling build directory
-# (build/13 beside build/15, as scripts/build.sh lays them out). Exits 77
-# (skipped) when no other major has been built.
+# (build/13 beside build/15, as scripts/build.sh lays them out). An older server
+# may refuse a newer major's module even before its magic block is read, when
+# the module calls server functions the older one lacks (the multirange
+# conversions of 14 and later): that refusal counts too. Exits 77 (skipped) when
+# no other major has been built.
 #   check_magic.sh ENV_FILE PG_BINDIR MAJOR BUILD_DIR
 set -euo pipefail
 env_file=$1 pg_bindir=$2 major=$3 build_dir=$4
@@ -29,6 +32,9 @@ for cache in "$(dirname "$build_dir")"/*/CMakeCache.txt; do
     elif grep -qF "incompatible library \"$module\": version mismatch" <<<"$out" \
             && grep -qF "Server is version $major, library is version $other." <<<"$out"; then
         echo "PostgreSQL $major refuses the module built for $other"
+    elif [ "$major" -lt "$other" ] && grep -qF "could not load library \"$module\"" <<<"$out" \
+            && grep -qF "undefined symbol" <<<"$out"; then
+        echo "PostgreSQL $major cannot link the module built for $other"
     else
         echo "PostgreSQL $major, module built for $other: unexpected answer: $out"
         fail=1
