@@ -210,3 +210,25 @@ ALTER FUNCTION qn_int4_in_rangebitfield(int4, bytea) COST 5;
 ALTER FUNCTION qn_int4rangepacked_in_rangebitfield(int8, bytea) COST 5;
 ALTER FUNCTION qn_int4set_overlap_bitfield("char", int4[], bytea) COST 5;
 ALTER FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) COST 5;
+
+-- GiST: index-only scans
+--
+-- Both operator classes give the indexed value back from a leaf key ([v; v] for
+-- an int4 value, the packed range itself for an int8 column), so a query that
+-- needs only the indexed column is answered from the index alone, without
+-- visiting the table's pages that the visibility map shows all-visible.
+
+CREATE FUNCTION qn_gist_range_fetch_int4(internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_fetch_int4(internal) IS
+    'GiST fetch for int4 columns: the value v of the leaf key [v; v]';
+
+CREATE FUNCTION qn_gist_range_fetch_int8(internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_fetch_int8(internal) IS
+    'GiST fetch for packed-range columns: the leaf key is the packed range itself';
+
+ALTER OPERATOR FAMILY qn_gist_int4_ops USING gist ADD
+    FUNCTION 9 (int4, int4) qn_gist_range_fetch_int4(internal);
+ALTER OPERATOR FAMILY qn_gist_rangepacked_ops USING gist ADD
+    FUNCTION 9 (int8, int8) qn_gist_range_fetch_int8(internal);

@@ -87,11 +87,12 @@ using PgBitBuffer = qn::bitfield::BitBuffer<allocateBitBufferBytes, pfree, raise
 // `function`. Most paths report "array overflow ", a few "array overflow".
 void checkResultElements(uint64_t n, const char* function, const char* message = "array overflow ");
 
-// A zero-filled one-dimensional int4[] of n elements (lower bound 1, no null
-// bitmap), allocated in the current memory context; n = 0 gives the 24-byte
-// empty array. Callers check n first; beyond MaxArraySize it raises "array
-// overflow ". Raises 53200 with no message when no memory can be had.
-ArrayType* allocateResultArray(int32 n);
+// A one-dimensional int4[] of n elements (lower bound 1, no null bitmap),
+// allocated in the current memory context, its elements zero-filled unless the
+// caller overwrites them all (zeroed false); n = 0 gives the 24-byte empty array.
+// Callers check n first; beyond MaxArraySize it raises "array overflow ".
+// Raises 53200 with no message when no memory can be had.
+ArrayType* allocateResultArray(int32 n, bool zeroed = true);
 
 // An int4[] holding a copy of n elements; `function` names the caller in the
 // "array overflow " error raised when n is more than an array can hold.

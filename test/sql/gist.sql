@@ -1,9 +1,10 @@
 -- GiST: both operator classes validate; every indexable operator returns the
--- same rows through the index as by a sequential scan, on 100,000 random rows,
--- for an index built over loaded rows, one filled by inserts (page splits), and
--- after DELETE and VACUUM; the compress and consistent functions refuse what
--- they must.
+-- same rows through the index as by a sequential scan, and the same values
+-- through an index-only scan, on 100,000 random rows, for an index built over
+-- loaded rows, one filled by inserts (page splits), and after DELETE and VACUUM;
+-- the compress and consistent functions refuse what they must.
 \i sql/include/errors.psql
+\i sql/include/plans.psql
 SET jit = off;  -- forced index plans cost enough to be compiled, which only slows the test
 
 SELECT opcname, amvalidate(oid) FROM pg_opclass WHERE opcname LIKE 'qn_gist%' ORDER BY 1;
@@ -51,35 +52,43 @@ INSERT INTO gp SELECT -qid, pr FROM gq WHERE qid % 4 = 0;
 
 -- For `tbl.col <op> gq.arg`, the matching ids of every query, by a sequential
 -- scan and then with sequential scans off: whether they agree, whether EXPLAIN
--- shows the index, and how many queries matched some rows.
+-- shows the index, and how many queries matched some rows. Then the matching
+-- values of the column itself, which an index-only scan returns from the index
+-- keys: whether the plan is one and gives the sequential scan's values.
 CREATE FUNCTION pg_temp.check(tbl text, col text, op text, arg text,
-                              OUT operator text, OUT same_rows bool, OUT index_used bool, OUT queries_hit bigint)
+                              OUT operator text, OUT same_rows bool, OUT index_used bool, OUT index_only bool,
+                              OUT queries_hit bigint)
 LANGUAGE plpgsql AS $$
 DECLARE
-    matches text := format('SELECT q.qid, ARRAY(SELECT t.id FROM %I t WHERE t.%I %s q.%I ORDER BY t.id) AS ids FROM gq q',
-                           tbl, col, op, arg);
-    digest text := format('SELECT string_agg(qid || %L || ids::text, %L ORDER BY qid), count(*) FILTER (WHERE ids <> %L) FROM (%s) m',
-                          ':', ';', '{}', matches);
+    matches text := 'SELECT q.qid, ARRAY(SELECT t.%I FROM %I t WHERE t.%I %s q.%I ORDER BY 1) AS ids FROM gq q';
+    ids text := format(matches, 'id', tbl, col, op, arg);
+    vals text := format(matches, col, tbl, col, op, arg);
+    digest text := 'SELECT string_agg(qid || '':'' || ids::text, '';'' ORDER BY qid), count(*) FILTER (WHERE ids <> ''{}'') FROM (%s) m';
     by_scan text;
     by_index text;
-    line text;
+    values_by_scan text;
+    values_by_index text;
 BEGIN
     operator := format('%s.%s %s %s', tbl, col, op, arg);
     PERFORM set_config('enable_seqscan', 'on', true);
     PERFORM set_config('enable_indexscan', 'off', true);
     PERFORM set_config('enable_bitmapscan', 'off', true);
-    EXECUTE digest INTO by_scan, queries_hit;
+    EXECUTE format(digest, ids) INTO by_scan, queries_hit;
+    EXECUTE format(digest, vals) INTO values_by_scan;
     PERFORM set_config('enable_seqscan', 'off', true);
     PERFORM set_config('enable_indexscan', 'on', true);
     PERFORM set_config('enable_bitmapscan', 'on', true);
-    index_used := false;
-    FOR line IN EXECUTE 'EXPLAIN ' || matches LOOP
-        index_used := index_used OR line ~ ('Index Scan (using|on) ' || tbl || '_' || col);
-    END LOOP;
-    EXECUTE digest INTO by_index;
+    index_used := pg_temp.plan_has(ids, 'Index Scan on ' || tbl || '_' || col)
+                  OR pg_temp.plan_has(ids, 'Index Scan using ' || tbl || '_' || col);
+    EXECUTE format(digest, ids) INTO by_index;
     same_rows := by_scan = by_index;
+    PERFORM set_config('enable_bitmapscan', 'off', true);  -- left: an index path, index-only where it can be
+    EXECUTE format(digest, vals) INTO values_by_index;
+    index_only := pg_temp.plan_has(vals, 'Index Only Scan using ' || tbl || '_' || col)
+                  AND values_by_scan = values_by_index;
 END $$;
-CREATE FUNCTION pg_temp.check_all(ti text, tp text) RETURNS TABLE(operator text, same_rows bool, index_used bool, queries_hit bigint)
+CREATE FUNCTION pg_temp.check_all(ti text, tp text)
+RETURNS TABLE(operator text, same_rows bool, index_used bool, index_only bool, queries_hit bigint)
 LANGUAGE sql AS $$
     SELECT r.* FROM (VALUES
         (ti, 'v', '<@', 'arr'), (ti, 'v', '<@', 'bf'), (ti, 'v', '<@', 'pr'),
