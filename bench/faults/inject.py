@@ -18,6 +18,7 @@ Fault file blocks, separated by blank lines:
 """
 import os
 import re
+import signal
 import subprocess
 import sys
 import time
@@ -54,6 +55,8 @@ def ctest_names(build):
 
 
 def main():
+    # A stop request unwinds like an error, so the faulted file is restored.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     build, faults_file, suites = sys.argv[1], sys.argv[2], [s.split("=", 1) for s in sys.argv[3:]]
     build = os.path.abspath(build)
     names = ctest_names(build)

@@ -55,6 +55,7 @@ INSERT INTO gp SELECT -qid, pr FROM gq WHERE qid % 4 = 0;
 -- shows the index, and how many queries matched some rows. Then the matching
 -- values of the column itself, which an index-only scan returns from the index
 -- keys: whether the plan is one and gives the sequential scan's values.
+CREATE TYPE pg_temp.hit AS (id int, val int8);
 CREATE FUNCTION pg_temp.check(tbl text, col text, op text, arg text,
                               OUT operator text, OUT same_rows bool, OUT index_used bool, OUT index_only bool,
                               OUT queries_hit bigint)
@@ -70,11 +71,17 @@ DECLARE
     values_by_index text;
 BEGIN
     operator := format('%s.%s %s %s', tbl, col, op, arg);
+    -- One sequential scan per query gives both the ids and the values.
     PERFORM set_config('enable_seqscan', 'on', true);
     PERFORM set_config('enable_indexscan', 'off', true);
     PERFORM set_config('enable_bitmapscan', 'off', true);
-    EXECUTE format(digest, ids) INTO by_scan, queries_hit;
-    EXECUTE format(digest, vals) INTO values_by_scan;
+    EXECUTE format('CREATE TEMP TABLE scanned AS SELECT q.qid, ARRAY(SELECT (t.id, t.%I)::pg_temp.hit FROM %I t
+                    WHERE t.%I %s q.%I) AS hits FROM gq q', col, tbl, col, op, arg);
+    EXECUTE format(digest, 'SELECT qid, ARRAY(SELECT (h).id FROM unnest(hits) h ORDER BY 1) AS ids FROM scanned')
+        INTO by_scan, queries_hit;
+    EXECUTE format(digest, 'SELECT qid, ARRAY(SELECT (h).val FROM unnest(hits) h ORDER BY 1) AS ids FROM scanned')
+        INTO values_by_scan;
+    DROP TABLE scanned;
     PERFORM set_config('enable_seqscan', 'off', true);
     PERFORM set_config('enable_indexscan', 'on', true);
     PERFORM set_config('enable_bitmapscan', 'on', true);
