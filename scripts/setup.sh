@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs the system packages the project builds and tests with:
-# PostgreSQL 13 server and headers (from Debian 11 "bullseye"), cmake, g++ and GoogleTest.
+# PostgreSQL 13 server and headers (from Debian 11 "bullseye"), cmake, g++, GoogleTest,
+# and clang 14 with its runtime libraries (libFuzzer and the sanitizers) for the fuzz targets.
 # Does nothing when everything is already present; needs root only when something is missing.
 set -euo pipefail
 
 PG_MAJOR=13
-PACKAGES=(postgresql-$PG_MAJOR postgresql-server-dev-$PG_MAJOR cmake g++ make libgtest-dev)
+PACKAGES=(postgresql-$PG_MAJOR postgresql-server-dev-$PG_MAJOR cmake g++ make libgtest-dev clang-14 libclang-rt-14-dev)
 SOURCE_FILE=/etc/apt/sources.list.d/kelvarn-bullseye.sources
 PIN_FILE=/etc/apt/preferences.d/kelvarn-bullseye
 NO_MAIN_CLUSTER=/etc/postgresql-common/createcluster.d/kelvarn-no-main-cluster.conf
