@@ -166,8 +166,7 @@ void readAndTest(Reader& in) {
         bool result = true;
         const SetTestError e =
             testSetAgainstBitField(form, words.begin(), static_cast<int32_t>(words.count), bf, inclusion, result);
-        if (!modelled || !sorted || !wellFormed(form, set) || (form == ArrayDataTypeMixArray && runs.empty()))
-            continue;
+        if (!modelled || !sorted || !wellFormed(form, set) || (form == ArrayDataTypeMixArray && runs.empty())) continue;
         FZ_CHECK(e == SetTestError::None);
         bool expected = inclusion;
         for (const auto& [l, u] : runs) {
@@ -214,15 +213,6 @@ void buildFromSet(Reader& in) {
     BitFieldView bf{};
     FZ_CHECK(readBitField(buffer.get(), buffer.size, bf) == BitFieldRead::Ok);
 }
-
-// The bit buffer's failures do not return, as in the server: they throw here.
-struct BufferFailure {
-    BitBufferError error;
-};
-void failBuffer(BitBufferError e) { throw BufferFailure{e}; }
-// Refuses what the server's allocator would not give for a buffer here: above 1 MB.
-void* cappedAlloc(size_t bytes) { return bytes > (1u << 20) ? nullptr : malloc(bytes); }
-using Buffer = BitBuffer<cappedAlloc, free, failBuffer>;
 
 void growBuffer(Reader& in) {
     Buffer buffer{};  // zero-filled: a valid empty buffer

@@ -15,11 +15,6 @@ using namespace qn::bitfield;
 
 namespace {
 
-struct BufferFailure {};
-void failBuffer(BitBufferError) { throw BufferFailure{}; }
-void* cappedAlloc(size_t bytes) { return bytes > (1u << 20) ? nullptr : malloc(bytes); }
-using Buffer = BitBuffer<cappedAlloc, free, failBuffer>;
-
 constexpr uint32_t kMaxWritten = 1u << 13;  // bytes of bits whose outputs are written and checked
 
 bool holds(uint32_t size, int64_t v) { return v >= 0 && v / 8 < size; }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "qnPgRangeArray.h"
+#include "quenloPgBitField.h"
 
 namespace fz {
 
@@ -218,6 +219,11 @@ inline Intervals asIntervals(const R* first, const R* last) {
 }
 inline Intervals asIntervals(const RV& list) { return asIntervals(list.begin(), list.end()); }
 
+// The same ranges, bound for bound.
+inline bool sameList(const RV& a, const RV& b) {
+    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(R)) == 0);
+}
+
 // The bounds of all the lists lie within INT32_MAX of each other: then no
 // difference of two bounds wraps in 32 bits, and the kernels' deliberate
 // wrap-around never comes into play.
@@ -230,6 +236,30 @@ inline bool withinOneSpan(std::initializer_list<const std::vector<R>*> lists) {
         }
     return lo > hi || hi - lo <= INT32_MAX;
 }
+
+// Expansions into members are checked member by member up to this many.
+constexpr uint64_t kMaxExpanded = 1u << 16;
+
+// out holds the members of [first, last), range by range (an inverted range
+// holds none), and exactly `count` of them.
+inline bool holdsMembers(const R* first, const R* last, const int32_t* out, uint64_t count) {
+    uint64_t k = 0;
+    for (; first != last; ++first)
+        for (int64_t v = first->lower; v <= first->upper; ++v)
+            if (k >= count || out[k++] != v) return false;
+    return k == count;
+}
+
+// ---------------------------------------------------------------------------
+// The bit buffer as the server has it: a failure does not return (here it
+// throws), and the allocator refuses what it would not give (here above 1 MB).
+
+struct BufferFailure {
+    qn::bitfield::BitBufferError error;
+};
+inline void failBuffer(qn::bitfield::BitBufferError e) { throw BufferFailure{e}; }
+inline void* cappedAlloc(size_t bytes) { return bytes > (1u << 20) ? nullptr : malloc(bytes); }
+using Buffer = qn::bitfield::BitBuffer<cappedAlloc, free, failBuffer>;
 
 // ---------------------------------------------------------------------------
 // The bit model: bit p of a bit string, most significant bit of each byte first.

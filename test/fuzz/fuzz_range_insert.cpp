@@ -59,10 +59,6 @@ std::vector<R> clustered(Reader& in) {
     return v;
 }
 
-bool sameList(const RV& a, const RV& b) {
-    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(R)) == 0);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
