@@ -1,8 +1,9 @@
 // Union, intersection and exclusion of two range lists, and the merging append.
 // Any two lists, normalised or not, must be read and written within their spans
-// and the output vector, and the loops must end. On normalised lists whose bounds
-// lie within INT32_MAX of each other (so that no wrapped difference comes into
-// play) the results must equal the set model's.
+// and the output vector, and the loops must end. On normalised lists the results
+// must equal the set model's: the intersection always (it only compares bounds),
+// the union and the exclusion when all bounds lie within INT32_MAX of each other,
+// so that no wrapped difference comes into play.
 #include "fuzz_common.h"
 
 using namespace fz;
@@ -31,7 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::vector<R> b = someList(in, 200, normalisedB);
     const uint8_t shape = in.u8();
     const ExactWords wa(flatten(a)), wb(flatten(b));
-    const bool modelled = normalisedA && normalisedB && withinOneSpan({&a, &b});
+    const bool normalised = normalisedA && normalisedB;
+    const bool modelled = normalised && withinOneSpan({&a, &b});
     const Intervals ma = canonical(a), mb = canonical(b);
 
     // The output starts small and holds leftovers, which every operation discards.
@@ -39,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int i = 0; i < (shape >> 2 & 7); ++i) out.push_back(R{i, -i});
     for (SetOp op : {SetOp::Union, SetOp::Intersection, SetOp::Exclusion}) {
         run(op, wa, wb, out);
-        if (modelled) FZ_CHECK(asIntervals(out) == setOp(op, ma, mb));
+        if (modelled || (normalised && op == SetOp::Intersection)) FZ_CHECK(asIntervals(out) == setOp(op, ma, mb));
     }
 
     // Union with an empty side is a copy of the other, as it is.

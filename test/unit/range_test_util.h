@@ -47,13 +47,4 @@ inline Pairs compute(Op op, const Pairs& a, const Pairs& b) {
     return pairs(out);
 }
 
-// Sorted, lower <= upper, and at least one integer left out between neighbours.
-inline bool isNormalised(const Pairs& p) {
-    for (size_t i = 0; i < p.size(); ++i) {
-        if (p[i].first > p[i].second) return false;
-        if (i && static_cast<long long>(p[i].first) < static_cast<long long>(p[i - 1].second) + 2) return false;
-    }
-    return true;
-}
-
 }  // namespace rt
