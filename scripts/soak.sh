@@ -40,13 +40,15 @@ psql=("$bindir/psql" -X -q -v ON_ERROR_STOP=1)
 export PGDATABASE=soak
 "${psql[@]}" -c "CREATE EXTENSION kelvarn_range_operators" -f "$soak/setup.sql"
 
-# "pid private_dirty_kb rss_kb" for each pgbench backend.
+# "pid private_dirty_kb rss_kb" for each pgbench client backend (parallel workers
+# share their leader's application name, and come and go).
 sample() {
     local pid
-    for pid in $("${psql[@]}" -At -c "SELECT pid FROM pg_stat_activity WHERE application_name = 'pgbench' ORDER BY pid"); do
-        [ -r "/proc/$pid/smaps_rollup" ] || continue
-        awk -v pid="$pid" '/^Private_Dirty:/ { d = $2 } /^Rss:/ { r = $2 } END { print pid, d, r }' \
-            "/proc/$pid/smaps_rollup"
+    for pid in $("${psql[@]}" -At -c "SELECT pid FROM pg_stat_activity
+                                       WHERE application_name = 'pgbench' AND backend_type = 'client backend'
+                                       ORDER BY pid"); do
+        awk -v pid="$pid" '/^Private_Dirty:/ { d = $2 } /^Rss:/ { r = $2 } END { if (r) print pid, d, r }' \
+            "/proc/$pid/smaps_rollup" 2>/dev/null || true
     done
 }
 
