@@ -1,5 +1,5 @@
 # The libFuzzer targets of test/fuzz: built by clang++ with -fsanitize=fuzzer
-# (the module itself is built with g++) as an external project in build/fuzz,
+# (the module itself is built with g++) as an external project in the build tree's fuzz/,
 # and run for a few seconds each by the test suite (label "fuzz"; they need no
 # server). QN_FUZZ is on when a clang++ that links libFuzzer is found.
 include(ExternalProject)

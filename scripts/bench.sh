@@ -1,18 +1,23 @@
 #!/usr/bin/env bash
 # Runs the benchmarks in bench/*.sql (or the ones named) on a throwaway
-# PostgreSQL 13 cluster, printing psql's timings. Measurements, not tests.
-#   bench.sh [bench/NAME.sql ...]
+# PostgreSQL cluster, printing psql's timings. Measurements, not tests.
+#   bench.sh [--major N] [bench/NAME.sql ...]     N defaults to 13
 set -euo pipefail
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-build=${BUILD_DIR:-$root/build}
 # shellcheck source=scripts/lib.sh
-. "$root/scripts/lib.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-prepare_module "$build"
-start_throwaway_cluster "$build" bench
-"$PG13_BINDIR/psql" -X -q -c "CREATE EXTENSION kelvarn_range_operators"
-[ $# -gt 0 ] || set -- "$root"/bench/*.sql
+major=$DEFAULT_MAJOR
+if [ "${1:-}" = "--major" ]; then
+    major=${2:?--major needs a version}
+    shift 2
+fi
+check_major "$major"
+
+prepare_module "$major"
+start_throwaway_cluster "$major" bench
+"$PG_BINDIR/psql" -X -q -c "CREATE EXTENSION kelvarn_range_operators"
+[ $# -gt 0 ] || set -- "$KELVARN_ROOT"/bench/*.sql
 for file in "$@"; do
     echo "== $(basename "$file")"
-    "$PG13_BINDIR/psql" -X -q -v ON_ERROR_STOP=1 --echo-queries -f "$file"
+    "$PG_BINDIR/psql" -X -q -v ON_ERROR_STOP=1 --echo-queries -f "$file"
 done

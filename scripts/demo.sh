@@ -1,23 +1,33 @@
 #!/usr/bin/env bash
 # Sets everything up, builds and installs the extension, then shows it working on
-# a throwaway PostgreSQL 13 cluster: CREATE EXTENSION and a short tour, with the
+# a throwaway PostgreSQL cluster: CREATE EXTENSION and a short tour, with the
 # server's real output. The cluster is stopped and removed at the end.
-#   demo.sh            run the tour
-#   demo.sh --psql     run the tour, then open psql inside the cluster
+#   demo.sh [--major N]          run the tour on PostgreSQL N (default 13)
+#   demo.sh [--major N] --psql   run the tour, then open psql inside the cluster
 set -euo pipefail
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-build=${BUILD_DIR:-$root/build}
 # shellcheck source=scripts/lib.sh
-. "$root/scripts/lib.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-prepare_module "$build"
-if [ -w "$("$PG13_BINDIR/pg_config" --pkglibdir)" ]; then
-    cmake --install "$build" >/dev/null
-    echo "installed into the system's PostgreSQL 13 ($("$PG13_BINDIR/pg_config" --pkglibdir))"
+major=$DEFAULT_MAJOR
+psql_after=no
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --major) major=${2:?--major needs a version}; shift 2 ;;
+        --psql) psql_after=yes; shift ;;
+        *) echo "usage: $0 [--major N] [--psql]" >&2; exit 2 ;;
+    esac
+done
+check_major "$major"
+
+prepare_module "$major"
+pkglibdir=$("$(major_bindir "$major")/pg_config" --pkglibdir)
+if [ -w "$pkglibdir" ]; then
+    cmake --install "$(major_build_dir "$major")" >/dev/null
+    echo "installed into the system's PostgreSQL $major ($pkglibdir)"
 fi
-start_throwaway_cluster "$build" demo
-"$PG13_BINDIR/psql" -X -q -v ON_ERROR_STOP=0 --echo-all -f "$root/scripts/tour.sql"
-if [ "${1:-}" = "--psql" ]; then
+start_throwaway_cluster "$major" demo
+"$PG_BINDIR/psql" -X -q -v ON_ERROR_STOP=0 --echo-all -f "$KELVARN_ROOT/scripts/tour.sql"
+if [ "$psql_after" = yes ]; then
     echo "psql inside the throwaway cluster; \\q to leave (the cluster is then removed)"
-    "$PG13_BINDIR/psql" -X
+    "$PG_BINDIR/psql" -X
 fi

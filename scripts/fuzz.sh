@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
 # Runs the libFuzzer targets of test/fuzz, each for SECONDS (default 5), and
 # prints the executions of each and in total. Builds them first into
-# BUILD_DIR/fuzz (default build/fuzz). Each target starts from its seeds in
-# test/fuzz/corpus/TARGET plus what earlier runs found (BUILD_DIR/fuzz/work/TARGET),
+# build/13/fuzz (the fuzz targets do not depend on the major). Each target starts from its seeds in
+# test/fuzz/corpus/TARGET plus what earlier runs found (build/13/fuzz/work/TARGET),
 # so a longer run picks up where the last one ended. A crash, sanitizer report,
 # leak or timeout is a finding: the input is saved as
-# BUILD_DIR/fuzz/work/TARGET/crash-* (or leak-*, timeout-*) and the script fails;
-# replay it with BUILD_DIR/fuzz/TARGET FILE.
+# build/13/fuzz/work/TARGET/crash-* (or leak-*, timeout-*) and the script fails;
+# replay it with build/13/fuzz/TARGET FILE.
 #   fuzz.sh [SECONDS] [TARGET...]
 #   fuzz.sh --bin-dir DIR SECONDS TARGET...   runs targets already built in DIR (the tests)
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-build=${BUILD_DIR:-$root/build}
+# shellcheck source=scripts/lib.sh
+. "$root/scripts/lib.sh"
 
 bin_dir=
 if [ "${1:-}" = "--bin-dir" ]; then
@@ -21,10 +22,9 @@ fi
 seconds=${1:-5}
 [ $# -eq 0 ] || shift
 if [ -z "$bin_dir" ]; then
-    bash "$root/scripts/setup.sh" >/dev/null
-    cmake -S "$root" -B "$build" -DBUILD_TESTING=ON >/dev/null
-    cmake --build "$build" -j"$(nproc)" --target qn_fuzz >/dev/null
-    bin_dir=$build/fuzz
+    bash "$root/scripts/setup.sh" "$DEFAULT_MAJOR" >/dev/null
+    bash "$root/scripts/build.sh" --major "$DEFAULT_MAJOR" --target qn_fuzz >/dev/null
+    bin_dir=$(major_build_dir "$DEFAULT_MAJOR")/fuzz
 fi
 if [ $# -eq 0 ]; then
     for source in "$root"/test/fuzz/fuzz_*.cpp; do set -- "$@" "$(basename "$source" .cpp)"; done

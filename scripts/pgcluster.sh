@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Throwaway PostgreSQL 13 cluster with the extension as built in a build tree.
+# Throwaway PostgreSQL cluster with the extension as built in a build tree, of
+# the major that tree was configured for (its pg_config).
 #
 #   pgcluster.sh start BUILD_DIR ENV_FILE   stage, initdb, start; writes PGHOST/PGPORT/PGUSER to ENV_FILE
 #   pgcluster.sh stop ENV_FILE              stop the server and remove everything it used
 #
 # The extension is installed with DESTDIR into a staging tree that mirrors the
-# system's PostgreSQL 13 (its server binaries copied, everything else linked):
+# system's PostgreSQL of that major (its server binaries copied, everything else linked):
 # PostgreSQL finds its share and lib directories relative to its own binary, so
 # the staged server sees the freshly built extension without touching the
 # system, and an ordinary user can run it. As root, the server runs as the
@@ -13,7 +14,6 @@
 # Unix socket in its own directory.
 set -euo pipefail
 
-PG_CONFIG=${PG_CONFIG:-/usr/lib/postgresql/13/bin/pg_config}
 PORT=${KELVARN_PG_PORT:-54313}
 DB_SUPERUSER=kelvarn
 
@@ -29,7 +29,10 @@ server_user() {
 
 start() {
     local build_dir=$1 env_file=$2
-    local bindir pkglibdir sharedir stage entry
+    local bindir pkglibdir sharedir stage entry version
+    PG_CONFIG=$(sed -n 's/^PG_CONFIG:[A-Z]*=//p' "$build_dir/CMakeCache.txt")
+    [ -x "$PG_CONFIG" ] || { echo "no pg_config recorded in $build_dir/CMakeCache.txt" >&2; exit 1; }
+    version=$("$PG_CONFIG" --version)
     bindir=$("$PG_CONFIG" --bindir)
     pkglibdir=$("$PG_CONFIG" --pkglibdir)
     sharedir=$("$PG_CONFIG" --sharedir)
@@ -77,7 +80,7 @@ CONF
     fi
     as_server_user "$stage$bindir/pg_ctl" -D "$stage/run/data" -l "$stage/run/server.log" -w -t "$timeout" start >/dev/null \
         || { cat "$stage/run/server.log"; exit 1; }
-    echo "PostgreSQL 13 running on socket $stage/run port $PORT (server user $SERVER_USER)"
+    echo "$version running on socket $stage/run port $PORT (server user $SERVER_USER)"
 }
 
 stop() {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Soak: 8 pgbench clients for SECONDS (default 60) on a throwaway PostgreSQL 13
-# cluster, each running a mix of every function with the errors some inputs
+# Soak: 8 pgbench clients for SECONDS (default 60) on a throwaway cluster of
+# PostgreSQL major N (default 13), each running a mix of every function with the errors some inputs
 # must give, the four aggregates in parallel, hashed and sorted plans, GiST
 # inserts and index queries, and VACUUM, all on the same table (bench/soak/*).
 # Reports the transactions, the errors (none may occur: an expected error is
@@ -9,11 +9,11 @@
 # indexable operator finds through the index the rows a sequential scan finds.
 # Fails on an error, a crashed backend, a backend whose private memory grew by
 # more than SOAK_MAX_GROWTH_KB (default 16384), or an index check that differs.
-#   soak.sh [SECONDS]
+# Its logs go to SOAK_OUT (default: the major's build directory, soak/).
+#   soak.sh [--major N] [SECONDS]
 #   soak.sh --cluster ENV_FILE PG_BINDIR SECONDS   on a cluster pgcluster.sh started (the tests)
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-build=${BUILD_DIR:-$root/build}
 # shellcheck source=scripts/lib.sh
 . "$root/scripts/lib.sh"
 soak=$root/bench/soak
@@ -27,12 +27,19 @@ if [ "${1:-}" = "--cluster" ]; then
     bindir=$3
     shift 3
 else
-    prepare_module "$build"
-    start_throwaway_cluster "$build" soak
-    bindir=$PG13_BINDIR
+    major=$DEFAULT_MAJOR
+    if [ "${1:-}" = "--major" ]; then
+        major=${2:?--major needs a version}
+        shift 2
+    fi
+    check_major "$major"
+    prepare_module "$major"
+    start_throwaway_cluster "$major" soak
+    bindir=$PG_BINDIR
+    SOAK_OUT=${SOAK_OUT:-$(major_build_dir "$major")/soak}
 fi
 seconds=${1:-60}
-out=$build/soak
+out=${SOAK_OUT:?}
 mkdir -p "$out"
 psql=("$bindir/psql" -X -q -v ON_ERROR_STOP=1)
 

@@ -1,20 +1,25 @@
 #!/usr/bin/env bash
 # Runs the SQL regression tests (all of test/sql, or the ones named) against a
-# throwaway PostgreSQL 13 server running under Valgrind memcheck, every server
+# throwaway server of PostgreSQL major N (default 13) running under Valgrind memcheck, every server
 # process included, and reports each error whose stack involves the extension.
 # Slow (the suite takes tens of minutes) and not part of the test command.
-# Valgrind's logs are kept in BUILD_DIR/valgrind; VALGRIND_OPTS adds options
-# (e.g. --track-origins=yes).
-#   valgrind.sh [TEST...]
+# Valgrind's logs are kept in the major's build directory, valgrind/;
+# VALGRIND_OPTS adds options (e.g. --track-origins=yes).
+#   valgrind.sh [--major N] [TEST...]
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-build=${BUILD_DIR:-$root/build}
 # shellcheck source=scripts/lib.sh
 . "$root/scripts/lib.sh"
 command -v valgrind >/dev/null || { echo "valgrind.sh: valgrind is not installed (apt-get install valgrind)" >&2; exit 1; }
 
-prepare_module "$build"
-out=$build/valgrind
+major=$DEFAULT_MAJOR
+if [ "${1:-}" = "--major" ]; then
+    major=${2:?--major needs a version}
+    shift 2
+fi
+check_major "$major"
+prepare_module "$major"
+out=$(major_build_dir "$major")/valgrind
 rm -rf "$out"
 mkdir -p "$out"
 logs=$(mktemp -d "${TMPDIR:-/tmp}/kelvarn-valgrind.XXXXXX")
@@ -23,16 +28,16 @@ cp "$root/scripts/valgrind.supp" "$logs/"
 chmod a+r "$logs/valgrind.supp"
 export KELVARN_PG_WRAPPER="valgrind --quiet --tool=memcheck --trace-children=yes --leak-check=no --num-callers=40 \
 --error-limit=no --suppressions=$logs/valgrind.supp --log-file=$logs/valgrind.%p.log"
-start_throwaway_cluster "$build" valgrind
+start_throwaway_cluster "$major" valgrind
 
-pg_regress=$(dirname "$("$PG13_BINDIR/pg_config" --pgxs)")/../test/regress/pg_regress
+pg_regress=$(dirname "$("$PG_BINDIR/pg_config" --pgxs)")/../test/regress/pg_regress
 if [ $# -eq 0 ]; then
     for file in "$root"/test/sql/*.sql; do set -- "$@" "$(basename "$file" .sql)"; done
 fi
 failed=0
 for test in "$@"; do
     started=$(date +%s)
-    if bash "$root/scripts/pgregress.sh" "$THROWAWAY_ENV" "$pg_regress" "$PG13_BINDIR" "$root/test" "$out/regress" \
+    if bash "$root/scripts/pgregress.sh" "$THROWAWAY_ENV" "$pg_regress" "$PG_BINDIR" "$root/test" "$out/regress" \
             "$test" > "$out/regress-$test.log" 2>&1; then
         printf '%-24s ok      %5d s\n' "$test" $(($(date +%s) - started))
     else

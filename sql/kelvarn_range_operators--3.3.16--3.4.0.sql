@@ -40,3 +40,195 @@ COMMENT ON FUNCTION qn_agg_keep_single_finalfn(internal, anyelement, bool) IS
     'final function of agg_keep_single(value, policy): the kept value or NULL; only reads the state';
 COMMENT ON FUNCTION qn_int4set_agg_deserialfn(bytea, internal) IS
     'deserial function of int4set_agg: a partial state from its bytea form, including one that saw rows without members';
+
+-- core range types: int4range
+--
+-- PostgreSQL's own int4range in and out of packed ranges and range arrays. A
+-- closed range [lower, upper] is the int4range '[lower,upper+1)'; the int4
+-- extremes -2147483648 and 2147483647 stand for an unbounded end, both ways.
+
+CREATE FUNCTION qn_rangepacked_from_int4range(int4range) RETURNS int8
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangepacked_from_int4range(int4range) IS
+    'packed range of a non-empty int4range; an unbounded end becomes -2147483648 or 2147483647';
+
+CREATE FUNCTION qn_rangepacked_to_int4range(int8) RETURNS int4range
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangepacked_to_int4range(int8) IS
+    'int4range of a packed range; a bound at -2147483648 or 2147483647 becomes an unbounded end';
+
+CREATE FUNCTION qn_rangearray_from_int4ranges(int4range[]) RETURNS int4[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangearray_from_int4ranges(int4range[]) IS
+    'normalised range array of the int4ranges of an array of any shape and order; NULL elements and empty ranges add nothing';
+
+CREATE FUNCTION qn_rangearray_to_int4ranges(int4[]) RETURNS int4range[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangearray_to_int4ranges(int4[]) IS
+    'one int4range per pair of the range array, in pair order; a pair with lower > upper gives the empty range';
+
+-- range arrays as rows
+--
+-- Streaming set-returning functions: one row per call, in constant memory, and
+-- cancellable, whatever the number of rows. Pairs come in array order as they
+-- are; normalise the array first for a sorted set without repeats.
+
+CREATE FUNCTION qn_rangearray_unnest(int4[]) RETURNS TABLE (lower int4, upper int4)
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangearray_unnest(int4[]) IS
+    'the pairs of a range array as (lower, upper) rows, in array order';
+
+CREATE FUNCTION qn_rangearray_members(int4[]) RETURNS SETOF int4
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangearray_members(int4[]) IS
+    'every integer of every pair of a range array, pair by pair; pairs with lower > upper add nothing';
+
+-- packed ranges as text
+
+CREATE FUNCTION qn_rangepacked_to_text(int8) RETURNS text
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangepacked_to_text(int8) IS
+    'packed range as the text [lower,upper], bounds as stored';
+
+CREATE FUNCTION qn_rangepacked_from_text(text) RETURNS int8
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangepacked_from_text(text) IS
+    'packed range of the text [lower,upper]; upper must not be below lower';
+
+-- normalising range arrays
+--
+-- Read as plain sets of integers: any order, overlaps and inverted pairs (which
+-- hold nothing) are allowed. A normalised input costs one linear pass.
+
+CREATE FUNCTION qn_rangearray_normalise(int4[]) RETURNS int4[]
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangearray_normalise(int4[]) IS
+    'the normalised range array of the same integers: sorted, inverted pairs dropped, overlapping and adjacent ranges merged';
+
+CREATE FUNCTION qn_rangearray_is_normalised(int4[]) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangearray_is_normalised(int4[]) IS
+    'true when the range array is ascending, lower <= upper in each pair, and its ranges neither overlap nor touch';
+
+CREATE FUNCTION qn_rangearray_is_empty(int4[]) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangearray_is_empty(int4[]) IS
+    'true when the range array holds no integer; both forms of {} are empty';
+
+CREATE FUNCTION qn_rangearray_equal(int4[], int4[]) RETURNS bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_rangearray_equal(int4[], int4[]) IS
+    'true when the two range arrays hold the same integers, whatever their order, overlaps or form of {}';
+
+-- core range types: int4multirange (PostgreSQL 14 and later)
+--
+-- int4multirange exists from PostgreSQL 14 on: these functions and casts are
+-- created only there, as is their code in the module. pg_upgrade from 13 keeps
+-- the extension's objects as they were, without these: there, drop and create
+-- the extension again to have them.
+
+DO $multirange$
+BEGIN
+    IF current_setting('server_version_num')::int < 140000 THEN
+        RETURN;
+    END IF;
+
+    EXECUTE $sql$
+    CREATE FUNCTION qn_rangearray_from_int4multirange(int4multirange) RETURNS int4[]
+        AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE $sql$;
+    EXECUTE $sql$
+    COMMENT ON FUNCTION qn_rangearray_from_int4multirange(int4multirange) IS
+        'range array of an int4multirange; an unbounded end becomes -2147483648 or 2147483647' $sql$;
+
+    EXECUTE $sql$
+    CREATE FUNCTION qn_rangearray_to_int4multirange(int4[]) RETURNS int4multirange
+        AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE $sql$;
+    EXECUTE $sql$
+    COMMENT ON FUNCTION qn_rangearray_to_int4multirange(int4[]) IS
+        'int4multirange of a range array of any order; pairs with lower > upper add nothing' $sql$;
+
+    EXECUTE $sql$
+    CREATE CAST (int4multirange AS int4[]) WITH FUNCTION qn_rangearray_from_int4multirange(int4multirange) $sql$;
+    EXECUTE $sql$
+    COMMENT ON CAST (int4multirange AS int4[]) IS 'the range array of the multirange' $sql$;
+
+    EXECUTE $sql$
+    CREATE CAST (int4[] AS int4multirange) WITH FUNCTION qn_rangearray_to_int4multirange(int4[]) $sql$;
+    EXECUTE $sql$
+    COMMENT ON CAST (int4[] AS int4multirange) IS 'the multirange of the range array' $sql$;
+END
+$multirange$;
+
+-- query planning
+--
+-- The operators' selectivity comes from the columns' statistics (most common
+-- values and histogram), for a constant operand and for joins, instead of fixed
+-- fractions. The test functions behind the operators get a support function:
+-- the planner answers a call on an indexed column with the GiST index and
+-- estimates it as the operator. The tests over range arrays and bitfields cost
+-- more than a comparison. The estimators and the support function take
+-- internal and cannot be called with user data.
+
+CREATE FUNCTION qn_range_sel(internal, oid, internal, int4) RETURNS float8
+    AS 'MODULE_PATHNAME' LANGUAGE C STABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_range_sel(internal, oid, internal, int4) IS
+    'restriction selectivity of the membership and overlap operators, from the column''s statistics';
+
+CREATE FUNCTION qn_range_joinsel(internal, oid, internal, int2, internal) RETURNS float8
+    AS 'MODULE_PATHNAME' LANGUAGE C STABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_range_joinsel(internal, oid, internal, int2, internal) IS
+    'join selectivity of the membership and overlap operators, from the statistics of both columns';
+
+CREATE FUNCTION qn_range_support(internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_range_support(internal) IS
+    'planner support of the membership and overlap tests: index conditions and selectivity of their calls';
+
+ALTER OPERATOR <@ (int4, int4[]) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR <@ (int4, bytea) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR <@ (int4, int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR @> (int8, int4) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR && (int8, int4[]) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR && (int8, int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR <@ (int8, int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR @> (int8, int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+
+ALTER FUNCTION qn_int4_in_rangearray(int4, int4[]) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4_in_rangebitfield(int4, bytea) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4_in_packedrange(int4, int8) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_contains_int4(int8, int4) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_contains_int4(int8, int4, int8) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_in_rangearray(int8, int4[]) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_in_int4rangepacked(int8, int8) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_included_in_int4rangepacked(int8, int8) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_contains_int4rangepacked(int8, int8) SUPPORT qn_range_support;
+
+ALTER FUNCTION qn_int4_in_rangearray(int4, int4[]) COST 5;
+ALTER FUNCTION qn_int4range_overlap_rangearray(int4[], int4[]) COST 5;
+ALTER FUNCTION qn_int4rangepacked_in_rangearray(int8, int4[]) COST 5;
+ALTER FUNCTION qn_int4_in_rangebitfield(int4, bytea) COST 5;
+ALTER FUNCTION qn_int4rangepacked_in_rangebitfield(int8, bytea) COST 5;
+ALTER FUNCTION qn_int4set_overlap_bitfield("char", int4[], bytea) COST 5;
+ALTER FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) COST 5;
+
+-- GiST: index-only scans
+--
+-- Both operator classes give the indexed value back from a leaf key ([v; v] for
+-- an int4 value, the packed range itself for an int8 column), so a query that
+-- needs only the indexed column is answered from the index alone, without
+-- visiting the table's pages that the visibility map shows all-visible.
+
+CREATE FUNCTION qn_gist_range_fetch_int4(internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_fetch_int4(internal) IS
+    'GiST fetch for int4 columns: the value v of the leaf key [v; v]';
+
+CREATE FUNCTION qn_gist_range_fetch_int8(internal) RETURNS internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gist_range_fetch_int8(internal) IS
+    'GiST fetch for packed-range columns: the leaf key is the packed range itself';
+
+ALTER OPERATOR FAMILY qn_gist_int4_ops USING gist ADD
+    FUNCTION 9 (int4, int4) qn_gist_range_fetch_int4(internal);
+ALTER OPERATOR FAMILY qn_gist_rangepacked_ops USING gist ADD
+    FUNCTION 9 (int8, int8) qn_gist_range_fetch_int8(internal);

@@ -17,20 +17,65 @@ static_assert(false, "qnPgRangeSetBuilder.h must not see server headers: include
 
 namespace qn::pgRangeArray {
 
+// Sorts the n ranges of `data` by lower bound (ranges with equal lowers in no
+// particular order): an LSD radix sort over the lower bound in digits of 11, 11
+// and 10 bits, the sign bit flipped so that the digits' unsigned order is the
+// bounds' signed order. A digit that every key shares is skipped. `scratch` has
+// room for n ranges; the sorted ranges end up in `data` or in `scratch`,
+// whichever is returned. Short spans, where clearing the digit counts would cost
+// more than the sort, go to std::sort.
+inline Range<int32_t>* sortByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n) {
+    using R = Range<int32_t>;
+    if (n < 256 || n > UINT32_MAX) {
+        std::sort(data, data + n, [](const R& a, const R& b) { return a.lower < b.lower; });
+        return data;
+    }
+    constexpr int kDigits = 3;
+    constexpr int kShift[kDigits] = {0, 11, 22};
+    constexpr uint32_t kMask[kDigits] = {2047, 2047, 1023};
+    auto key = [](const R& r) { return static_cast<uint32_t>(r.lower) ^ 0x80000000u; };
+    uint32_t counts[kDigits][2048] = {};
+    for (uint64_t i = 0; i < n; ++i) {
+        const uint32_t k = key(data[i]);
+        ++counts[0][k & kMask[0]];
+        ++counts[1][(k >> kShift[1]) & kMask[1]];
+        ++counts[2][k >> kShift[2]];
+    }
+    R* from = data;
+    R* to = scratch;
+    for (int d = 0; d < kDigits; ++d) {
+        uint32_t* const count = counts[d];
+        if (count[(key(from[0]) >> kShift[d]) & kMask[d]] == n) continue;  // one digit for all
+        uint32_t offset = 0;
+        for (uint32_t digit = 0; digit <= kMask[d]; ++digit) {
+            const uint32_t c = count[digit];
+            count[digit] = offset;
+            offset += c;
+        }
+        for (uint64_t i = 0; i < n; ++i) to[count[(key(from[i]) >> kShift[d]) & kMask[d]]++] = from[i];
+        std::swap(from, to);
+    }
+    return from;
+}
+
 // Accumulates ranges into a range list; the list is exactly what one
 // rangeArrayInsert per range, in arrival order, would have made of them.
 //
-// rangeArrayInsert costs a memmove of the list's tail, which makes rows in random
-// order quadratic. For ranges with lower <= upper < INT32_MAX it keeps the list
-// normalised and computes the plain set union, which does not depend on order, so
-// those ranges are buffered in `pending` when they arrive out of order and merged
-// in sorted batches (O(log n) per range, amortised). A range outside that domain
-// (inverted bounds, or an upper of INT32_MAX, where "upper + 1" wraps) makes the
-// builder merge what is pending and insert directly from then on, so the list
-// evolves step by step as rangeArrayInsert makes it.
+// rangeArrayInsert costs two binary searches and a memmove of the list's tail,
+// which makes rows in random order quadratic. For ranges with
+// lower <= upper < INT32_MAX it keeps the list normalised and computes the plain
+// set union, which does not depend on order. So such a range that starts at or
+// after the list's last range joins the list's end at once, and the others wait
+// in `pending` and are merged in sorted batches (a radix sort, then one linear
+// merge: O(1) per range amortised). A batch is at most kBatchFactor times as
+// long as the list (or kMinBatch), so the memory follows the set, not the rows.
+// A range outside that domain (inverted bounds, or an upper of INT32_MAX, where
+// "upper + 1" wraps) makes the builder merge what is pending and insert directly
+// from then on, so the list evolves step by step as rangeArrayInsert makes it.
 //
-// Zero-filled memory is a valid empty builder.
-template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+// Zero-filled memory is a valid empty builder. MinBatch is lowered only by tests,
+// to merge many batches out of few ranges.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, uint64_t MinBatch = 4096>
 struct RangeSetBuilder {
     using Vector = RangeVector<int32_t, A, F>;
     using R = Range<int32_t>;
@@ -38,41 +83,72 @@ struct RangeSetBuilder {
     Vector ranges;   // merged ranges; normalised while `direct` is false
     Vector pending;  // arrivals not merged yet, in arrival order
     bool direct;     // every range goes straight through rangeArrayInsert
+    Vector scratch;  // the batch sort's second buffer
 
-    static constexpr uint64_t kMinBatch = 1024;
+    static constexpr uint64_t kMinBatch = MinBatch;
+    static constexpr uint64_t kBatchFactor = 2;
 
     void insert(const R& r) {
-        if (!direct && (r.lower > r.upper || r.upper == INT32_MAX)) {
+        if (!direct) {
+            if (r.lower <= r.upper && r.upper != INT32_MAX) {
+                if (ranges.empty() || r.lower >= ranges.back().lower) {
+                    appendInOrder(r);
+                    return;
+                }
+                pending.push_back(r);
+                if (pending.size() >= batchLimit()) {
+                    flush();
+                    pending.reserve(batchLimit());  // room for the next batch while the buffer is empty
+                }
+                return;
+            }
             flush();
             direct = true;
         }
-        if (direct || (pending.empty() && (ranges.empty() || r.lower >= ranges.back().lower))) {
-            rangeArrayInsert(ranges, r);  // lands at or near the end: no long memmove
-            return;
-        }
-        pending.push_back(r);
-        if (pending.size() >= std::max(kMinBatch, ranges.size())) flush();
+        rangeArrayInsert(ranges, r);
     }
 
     // Merges the pending ranges into `ranges`. Both are plain (non-wrapping)
     // sets here: ranges normalised, pending with lower <= upper < INT32_MAX.
     void flush() {
-        if (pending.empty()) return;
-        std::sort(pending.begin(), pending.end(), [](const R& a, const R& b) { return a.lower < b.lower; });
-        Vector merged(ranges.size() + pending.size());
+        const uint64_t n = pending.size();
+        if (n == 0) return;
+        if (!scratch.resize(n)) return;  // reported by the vector
+        const R* b = sortByLower(pending.data(), scratch.data(), n);
+        const R* const bEnd = b + n;
         const R* a = ranges.begin();
         const R* const aEnd = ranges.end();
-        const R* b = pending.begin();
-        const R* const bEnd = pending.end();
-        while (a != aEnd || b != bEnd) {
-            const R next = (b == bEnd || (a != aEnd && a->lower <= b->lower)) ? *a++ : *b++;
-            if (merged.empty() || int64_t{next.lower} > int64_t{merged.back().upper} + 1)
-                merged.push_back(next);
-            else if (next.upper > merged.back().upper)
-                merged.back().upper = next.upper;
+        Vector merged(ranges.size() + n);
+        if (!merged.resize(ranges.size() + n)) return;
+        R* const out = merged.data();
+        R* w = out;
+        auto emit = [&w, out](const R& next) {
+            if (w == out || int64_t{next.lower} > int64_t{w[-1].upper} + 1)
+                *w++ = next;
+            else if (next.upper > w[-1].upper)
+                w[-1].upper = next.upper;
+        };
+        while (a != aEnd && b != bEnd) {
+            const bool fromA = a->lower <= b->lower;
+            const R next = fromA ? *a : *b;
+            a += fromA;
+            b += !fromA;
+            emit(next);
         }
+        for (; a != aEnd; ++a) emit(*a);
+        for (; b != bEnd; ++b) emit(*b);
+        merged.resize(static_cast<uint64_t>(w - out));
         ranges.swap(merged);  // merged now owns the old buffer and frees it
         pending.clear();
+    }
+
+    // Merges what is pending and frees the batch buffers: the set is about to be
+    // read whole (a result, a serialised state), usually as the last thing done
+    // with it, and that memory can serve the reader. Rows may still follow.
+    void settle() {
+        flush();
+        pending.release();
+        scratch.release();
     }
 
     // Replaces the contents with a copy of a list that came from elsewhere (another
@@ -88,6 +164,20 @@ struct RangeSetBuilder {
     void release() {
         ranges.release();
         pending.release();
+        scratch.release();
+    }
+
+private:
+    // The longest batch: kBatchFactor times the list, or kMinBatch.
+    uint64_t batchLimit() const { return std::max(kMinBatch, kBatchFactor * ranges.size()); }
+
+    // r starts at or after the last range of the normalised list: it extends that
+    // range when it overlaps or touches it, else it follows it.
+    void appendInOrder(const R& r) {
+        if (ranges.empty() || int64_t{r.lower} > int64_t{ranges.back().upper} + 1)
+            ranges.push_back(r);
+        else if (r.upper > ranges.back().upper)
+            ranges.back().upper = r.upper;
     }
 };
 

@@ -11,12 +11,10 @@
 #include "qnPgVector.h"
 #include "quenloPgBitField.h"
 
-// PostgreSQL 13 leaves PGDLLEXPORT empty; the module is built with hidden
-// visibility, so the SQL-callable symbols are exported explicitly.
-#define PGDLLEXPORT __attribute__((visibility("default")))
-
 extern "C" {
 #include "postgres.h"
+
+#include "quenloPgCompat.h"
 
 #include "catalog/pg_type.h"
 #include "fmgr.h"
@@ -25,8 +23,8 @@ extern "C" {
 }
 
 // Declares an SQL-callable version-1 function with C linkage and exports both it
-// and its information record (PostgreSQL 13's PG_FUNCTION_INFO_V1 exports only the
-// record).
+// and its information record (PG_FUNCTION_INFO_V1 of PostgreSQL 13 to 15 exports
+// only the record).
 #define QN_FUNCTION_INFO_V1(funcname)                      \
     extern "C" PGDLLEXPORT Datum funcname(PG_FUNCTION_ARGS); \
     extern "C" {                                           \
@@ -89,11 +87,12 @@ using PgBitBuffer = qn::bitfield::BitBuffer<allocateBitBufferBytes, pfree, raise
 // `function`. Most paths report "array overflow ", a few "array overflow".
 void checkResultElements(uint64_t n, const char* function, const char* message = "array overflow ");
 
-// A zero-filled one-dimensional int4[] of n elements (lower bound 1, no null
-// bitmap), allocated in the current memory context; n = 0 gives the 24-byte
-// empty array. Callers check n first; beyond MaxArraySize it raises "array
-// overflow ". Raises 53200 with no message when no memory can be had.
-ArrayType* allocateResultArray(int32 n);
+// A one-dimensional int4[] of n elements (lower bound 1, no null bitmap),
+// allocated in the current memory context, its elements zero-filled unless the
+// caller overwrites them all (zeroed false); n = 0 gives the 24-byte empty array.
+// Callers check n first; beyond MaxArraySize it raises "array overflow ".
+// Raises 53200 with no message when no memory can be had.
+ArrayType* allocateResultArray(int32 n, bool zeroed = true);
 
 // An int4[] holding a copy of n elements; `function` names the caller in the
 // "array overflow " error raised when n is more than an array can hold.

@@ -47,6 +47,8 @@ QN_FUNCTION_INFO_V1(qn_gist_range_union)
 QN_FUNCTION_INFO_V1(qn_gist_range_compress_int4)
 QN_FUNCTION_INFO_V1(qn_gist_range_compress_int8)
 QN_FUNCTION_INFO_V1(qn_gist_range_decompress)
+QN_FUNCTION_INFO_V1(qn_gist_range_fetch_int4)
+QN_FUNCTION_INFO_V1(qn_gist_range_fetch_int8)
 QN_FUNCTION_INFO_V1(qn_gist_range_penalty)
 QN_FUNCTION_INFO_V1(qn_gist_range_picksplit)
 QN_FUNCTION_INFO_V1(qn_gist_range_same)
@@ -130,6 +132,19 @@ Datum qn_gist_range_compress_int8(PG_FUNCTION_ARGS) {
 
 // decompress: keys are stored as they are used.
 Datum qn_gist_range_decompress(PG_FUNCTION_ARGS) { PG_RETURN_POINTER(PG_GETARG_POINTER(0)); }
+
+// fetch for int4 columns, which lets index-only scans return the column: the
+// leaf key [v; v] gives v back. Called on leaf entries only.
+Datum qn_gist_range_fetch_int4(PG_FUNCTION_ARGS) {
+    const auto* entry = reinterpret_cast<const GISTENTRY*>(PG_GETARG_POINTER(0));
+    auto* out = static_cast<GISTENTRY*>(palloc(sizeof(GISTENTRY)));
+    gistentryinit(*out, Int32GetDatum(qn::gist::packedLower(DatumGetInt64(entry->key))), entry->rel, entry->page,
+                  entry->offset, false);
+    PG_RETURN_POINTER(out);
+}
+
+// fetch for packed-range columns: a leaf key is the indexed packed range itself.
+Datum qn_gist_range_fetch_int8(PG_FUNCTION_ARGS) { PG_RETURN_POINTER(PG_GETARG_POINTER(0)); }
 
 // penalty(existing, new, penalty): how much the existing key must grow to cover
 // the new one, with a fraction below 1 preferring the tightest cover.

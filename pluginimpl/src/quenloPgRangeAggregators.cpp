@@ -197,10 +197,11 @@ Int4ToSetOpDataSet* setStateArgument(FunctionCallInfo fcinfo, int argno) {
     return PG_ARGISNULL(argno) ? nullptr : reinterpret_cast<Int4ToSetOpDataSet*>(PG_GETARG_POINTER(argno));
 }
 
-// Merges pending insertions inside the state's own context.
+// Merges pending insertions inside the state's own context, before the set is
+// read whole.
 void flushSetState(Int4ToSetOpDataSet* state) {
     MemoryContext caller = MemoryContextSwitchTo(state->memoryContext);
-    state->set.flush();
+    state->set.settle();
     MemoryContextSwitchTo(caller);
 }
 
@@ -283,7 +284,7 @@ ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
         case ArrayDataTypeSet: {
             const uint64 count = countMembers(ranges.begin(), ranges.end());
             qn::pg::checkResultElements(count, function, "array overflow");
-            ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(count));
+            ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(count), false);
             writeMembers(ranges.begin(), ranges.end(), reinterpret_cast<int32*>(ARR_DATA_PTR(result)),
                          [] { CHECK_FOR_INTERRUPTS(); });
             return result;
@@ -310,6 +311,20 @@ ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
     }
 }
 
+// s's set becomes the union of the lists `ours` and `theirs`, which are only
+// read. x, the state `theirs` belongs to, must have s's forms ("addOtherCtx"
+// raises otherwise).
+void uniteSetStates(Int4ToSetOpDataSet* s, const Int4ToSetOpDataSet* x, const SetBuilder::Vector& ours,
+                    const SetBuilder::Vector& theirs) {
+    if (x->inputType != s->inputType || x->outputType != s->outputType)
+        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
+    const uint32 sum = static_cast<uint32>(ours.size() + theirs.size());
+    SetBuilder::Vector merged(sum ? sum : 1);
+    qn::pgRangeArray::computeUnion(ours.begin(), ours.end(), theirs.begin(), theirs.end(), merged);
+    s->set.ranges.swap(merged);  // merged now owns the old buffer and frees it
+    s->set.direct = true;        // a union of lists from elsewhere is trusted as it is
+}
+
 // Merges state x into s (the "addOtherCtx" step of combining). A state without
 // ranges (one that saw only rows without members: NULLs, skipped arrays) adds
 // nothing and lends its forms only to a state that has none, so such partial
@@ -326,13 +341,7 @@ void mergeSetState(Int4ToSetOpDataSet* s, Int4ToSetOpDataSet* x) {
         s->set.assign(theirs.begin(), theirs.end());
         return;
     }
-    if (x->inputType != s->inputType || x->outputType != s->outputType)
-        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
-    auto& ours = s->set.ranges;
-    const uint32 sum = static_cast<uint32>(ours.size() + theirs.size());
-    SetBuilder::Vector merged(sum ? sum : 1);
-    qn::pgRangeArray::computeUnion(ours.begin(), ours.end(), theirs.begin(), theirs.end(), merged);
-    ours.swap(merged);  // merged now owns the old buffer and frees it
+    uniteSetStates(s, x, s->set.ranges, theirs);
 }
 
 }  // namespace
@@ -367,8 +376,22 @@ Datum qn_int4set_agg_finalfn(PG_FUNCTION_ARGS) {
 Datum qn_int4set_agg_combinefn(PG_FUNCTION_ARGS) {
     Int4ToSetOpDataSet* state = nullptr;
     AggCtxHelper<Int4ToSetOpDataSet> helper(state, fcinfo, "qn_int4set_agg_combinefn");
-    for (int argno = 0; argno < 2; ++argno)
-        if (Int4ToSetOpDataSet* other = setStateArgument(fcinfo, argno)) mergeSetState(state, other);
+    Int4ToSetOpDataSet* first = setStateArgument(fcinfo, 0);
+    Int4ToSetOpDataSet* second = setStateArgument(fcinfo, 1);
+    if (first && second) {
+        flushSetState(first);
+        flushSetState(second);
+        if (!first->set.ranges.empty() && !second->set.ranges.empty()) {
+            // Both hold ranges: their union straight into the new state, without
+            // copying the first one in before.
+            state->inputType = first->inputType;
+            state->outputType = first->outputType;
+            uniteSetStates(state, second, first->set.ranges, second->set.ranges);
+            PG_RETURN_POINTER(state);
+        }
+    }
+    if (first) mergeSetState(state, first);
+    if (second) mergeSetState(state, second);
     PG_RETURN_POINTER(state);
 }
 

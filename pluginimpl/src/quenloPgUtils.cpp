@@ -38,10 +38,10 @@ void checkResultElements(uint64_t n, const char* function, const char* message) 
         raiseError(ERRCODE_INTERVAL_FIELD_OVERFLOW, kUtilsSource, __LINE__, function, "%s", message);
 }
 
-ArrayType* allocateResultArray(int32 n) {
+ArrayType* allocateResultArray(int32 n, bool zeroed) {
     checkResultElements(n < 0 ? UINT64_MAX : static_cast<uint64_t>(n), "allocateResultArray");
     const Size bytes = ARR_OVERHEAD_NONULLS(1) + static_cast<Size>(n) * sizeof(int32);
-    auto* result = static_cast<ArrayType*>(palloc_extended(bytes, MCXT_ALLOC_ZERO | MCXT_ALLOC_NO_OOM));
+    auto* result = static_cast<ArrayType*>(palloc_extended(bytes, (zeroed ? MCXT_ALLOC_ZERO : 0) | MCXT_ALLOC_NO_OOM));
     if (!result) raiseError(ERRCODE_OUT_OF_MEMORY, kUtilsSource, __LINE__, "allocateResultArray", nullptr);
     SET_VARSIZE(result, bytes);
     result->ndim = 1;
@@ -54,7 +54,7 @@ ArrayType* allocateResultArray(int32 n) {
 
 ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* function) {
     checkResultElements(n, function);
-    ArrayType* result = allocateResultArray(static_cast<int32>(n));
+    ArrayType* result = allocateResultArray(static_cast<int32>(n), false);
     if (n) memcpy(ARR_DATA_PTR(result), elements, n * sizeof(int32));
     return result;
 }

@@ -72,11 +72,11 @@ FROM (SELECT qn_int4set2bitfield_int4('r', '{100,131}') AS bf) b;
 -- Random sets S (members from 0 up, so that all three forms hold them) and probes
 -- T: the bitfield of S is the same from each form, and each test answers as the
 -- set S does.
-SELECT setseed(0.375);
+\i sql/include/hash_random.psql
 CREATE TEMP TABLE sets AS
 SELECT id, array_agg(DISTINCT v ORDER BY v) AS s
-FROM (SELECT id, (random() * (20 + id))::int + (id % 7) * 1000 AS v
-      FROM generate_series(1, 120) id, generate_series(1, 1 + id % 30)) q
+FROM (SELECT id, (pg_temp.rnd(1, id, k) * (20 + id))::int + (id % 7) * 1000 AS v
+      FROM generate_series(1, 120) id, generate_series(1, 1 + id % 30) k) q
 GROUP BY id;
 ALTER TABLE sets ADD r int4[], ADD m int4[], ADD bf bytea;
 UPDATE sets SET r = (SELECT int4set_agg(x, 'r') FROM unnest(s) x), m = (SELECT int4set_agg(x, 'm') FROM unnest(s) x);
@@ -86,7 +86,8 @@ SELECT count(*) AS sets, count(*) FILTER (WHERE qn_int4set2bitfield_int4('r', r)
 FROM sets;
 CREATE TEMP TABLE probes AS
 SELECT p, array_agg(DISTINCT v ORDER BY v) AS t
-FROM (SELECT p, (random() * 60)::int + (p % 7) * 1000 - 10 AS v FROM generate_series(1, 60) p, generate_series(1, 1 + p % 5)) q
+FROM (SELECT p, (pg_temp.rnd(2, p, k) * 60)::int + (p % 7) * 1000 - 10 AS v
+      FROM generate_series(1, 60) p, generate_series(1, 1 + p % 5) k) q
 WHERE v >= 0 GROUP BY p;
 ALTER TABLE probes ADD r int4[], ADD m int4[];
 UPDATE probes SET r = (SELECT int4set_agg(x, 'r') FROM unnest(t) x), m = (SELECT int4set_agg(x, 'm') FROM unnest(t) x);

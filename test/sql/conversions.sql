@@ -2,16 +2,7 @@
 -- decoders: known answers and errors, then round trips on random sets checked
 -- against int4set_agg and plain SQL.
 \i sql/include/errors.psql
-
--- run(query): the query's single value as text ('NULL' for NULL), or its error.
-CREATE FUNCTION pg_temp.run(query text) RETURNS text LANGUAGE plpgsql AS $$
-DECLARE result text;
-BEGIN
-    EXECUTE query INTO result;
-    RETURN coalesce(result, 'NULL');
-EXCEPTION WHEN OTHERS THEN
-    RETURN SQLSTATE || ': ' || SQLERRM;
-END $$;
+\i sql/include/run.psql
 
 -- Every pair of forms, including what each refuses. 's' runs continue across a
 -- wrapped step of 2^31 or more; 'r' pairs are expanded and 'm' items converted
@@ -63,13 +54,13 @@ FROM (VALUES ('{}'::int4[]), ('{1}'), ('{0,5,-2147483641,9}'), ('{123,6,6}'), ('
 -- Random sets S of members from 0 up, duplicates D of them, and ranges P in any
 -- order: every conversion agrees with int4set_agg or plain SQL, and round trips
 -- give S back.
-SELECT setseed(0.625);
+\i sql/include/hash_random.psql
 CREATE TEMP TABLE sets AS
 SELECT id, array_agg(DISTINCT v ORDER BY v) AS s, array_agg(v ORDER BY v) AS d,
-       (SELECT coalesce(array_agg(b ORDER BY o), '{}') FROM (SELECT o, (random() * 40)::int - 20 AS b
+       (SELECT coalesce(array_agg(b ORDER BY o), '{}') FROM (SELECT o, (pg_temp.rnd(1, id, o) * 40)::int - 20 AS b
                                                              FROM generate_series(1, 2 * (id % 6)) o) q) AS p
-FROM (SELECT id, (random() * (20 + id))::int + (id % 5) * 100000 AS v
-      FROM generate_series(1, 150) id, generate_series(1, 1 + id % 40)) q
+FROM (SELECT id, (pg_temp.rnd(2, id, k) * (20 + id))::int + (id % 5) * 100000 AS v
+      FROM generate_series(1, 150) id, generate_series(1, 1 + id % 40) k) q
 GROUP BY id;
 ALTER TABLE sets ADD r int4[], ADD m int4[];
 UPDATE sets SET r = (SELECT int4set_agg(x, 'r') FROM unnest(s) x), m = (SELECT int4set_agg(x, 'm') FROM unnest(s) x);
@@ -92,5 +83,5 @@ FROM sets;
 SELECT count(*) AS blobs,
        count(*) FILTER (WHERE (SELECT string_agg(regexp_replace(encode(float4send(f), 'hex'), '(..)(..)(..)(..)', '\4\3\2\1'), '' ORDER BY o)
                                FROM unnest(qn_bytea2floatarray(b)) WITH ORDINALITY u(f, o)) = encode(b, 'hex')) AS bit_for_bit
-FROM (SELECT decode(string_agg(lpad(to_hex((random() * 255)::int), 2, '0'), ''), 'hex') AS b
+FROM (SELECT decode(string_agg(lpad(to_hex((pg_temp.rnd(3, n, k) * 255)::int), 2, '0'), '' ORDER BY k), 'hex') AS b
       FROM generate_series(1, 40) n, generate_series(1, 4 * (1 + n % 7)) k GROUP BY n) q;

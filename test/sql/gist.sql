@@ -1,18 +1,19 @@
 -- GiST: both operator classes validate; every indexable operator returns the
--- same rows through the index as by a sequential scan, on 100,000 random rows,
--- for an index built over loaded rows, one filled by inserts (page splits), and
--- after DELETE and VACUUM; the compress and consistent functions refuse what
--- they must.
+-- same rows through the index as by a sequential scan, and the same values
+-- through an index-only scan, on 100,000 random rows, for an index built over
+-- loaded rows, one filled by inserts (page splits), and after DELETE and VACUUM;
+-- the compress and consistent functions refuse what they must.
 \i sql/include/errors.psql
+\i sql/include/plans.psql
 SET jit = off;  -- forced index plans cost enough to be compiled, which only slows the test
 
 SELECT opcname, amvalidate(oid) FROM pg_opclass WHERE opcname LIKE 'qn_gist%' ORDER BY 1;
 
-SELECT setseed(0.17);
+\i sql/include/hash_random.psql
 -- int4 values: half dense around zero, half anywhere, and both extremes.
 CREATE TABLE gi AS
-SELECT i AS id, CASE WHEN i % 2 = 0 THEN (random() * 200000 - 100000)::int
-                     ELSE (random() * 4294967295 - 2147483648)::bigint::int END AS v
+SELECT i AS id, CASE WHEN i % 2 = 0 THEN (pg_temp.rnd(1, i) * 200000 - 100000)::int
+                     ELSE (pg_temp.rnd(1, i) * 4294967295 - 2147483648)::bigint::int END AS v
 FROM generate_series(1, 100000) i;
 INSERT INTO gi VALUES (100001, -2147483648), (100002, 2147483647);
 -- Packed ranges: single values, narrow, medium and wide spans; lower bounds dense
@@ -21,27 +22,28 @@ CREATE TABLE gp AS
 SELECT i AS id, qn_range_pack(lo::int, least(lo + w, 2147483647)::int) AS r
 FROM (SELECT i,
              CASE WHEN i % 50 = 0 THEN -2147483648
-                  WHEN i % 2 = 0 THEN (random() * 2000000 - 1000000)::bigint
-                  ELSE (random() * 4294967295 - 2147483648)::bigint END AS lo,
-             CASE i % 4 WHEN 0 THEN 0 WHEN 1 THEN (random() * 100)::bigint
-                        WHEN 2 THEN (random() * 100000)::bigint
-                        ELSE (random() ^ 3 * 4294967295)::bigint END AS w
+                  WHEN i % 2 = 0 THEN (pg_temp.rnd(2, i) * 2000000 - 1000000)::bigint
+                  ELSE (pg_temp.rnd(2, i) * 4294967295 - 2147483648)::bigint END AS lo,
+             CASE i % 4 WHEN 0 THEN 0 WHEN 1 THEN (pg_temp.rnd(3, i) * 100)::bigint
+                        WHEN 2 THEN (pg_temp.rnd(3, i) * 100000)::bigint
+                        ELSE (pg_temp.rnd(3, i) ^ 3 * 4294967295)::bigint END AS w
       FROM generate_series(1, 100000) i) s;
 
 -- 30 queries: a range array of a few runs, a bitfield over a stretch near zero,
 -- a packed range, and a value (some at the bounds of stored ranges, and the extremes).
 CREATE TABLE gq AS
 SELECT q AS qid,
-       (SELECT int4set_agg(lo, lo + (random() * w)::int, 'r')
-        FROM (SELECT CASE WHEN q % 3 = 0 THEN (random() * 4e9 - 2e9)::int ELSE (random() * 2e5 - 1e5)::int END AS lo,
-                     CASE WHEN q % 5 = 0 THEN 1e7 ELSE 300 END AS w, q FROM generate_series(1, 1 + q % 7)) s) AS arr,
-       (SELECT qn_int4set2bitfield_int4('r', int4set_agg(lo, lo + (random() * 40)::int, 'r'))
-        FROM (SELECT (q * 1000 - 15000 + random() * 30000)::int AS lo, q FROM generate_series(1, 400)) s) AS bf,
-       CASE WHEN q % 6 = 0 THEN qn_range_pack(-2147483648, (random() * 1e5 - 2147483648)::int)
-            WHEN q % 6 = 1 THEN qn_range_pack((2147483647 - random() * 1e6)::int, 2147483647)
-            ELSE (SELECT qn_range_pack(lo, (lo + random() * w)::int)
-                  FROM (SELECT (random() * 2e6 - 1e6)::int AS lo, CASE q % 3 WHEN 0 THEN 10 ELSE 2e6 END AS w, q) s) END AS pr,
-       CASE WHEN q = 1 THEN -2147483648 WHEN q = 2 THEN 2147483647 WHEN q % 2 = 0 THEN (random() * 2e5 - 1e5)::int
+       (SELECT int4set_agg(lo, lo + (pg_temp.rnd(5, q, k) * w)::int, 'r')
+        FROM (SELECT CASE WHEN q % 3 = 0 THEN (pg_temp.rnd(4, q, k) * 4e9 - 2e9)::int
+                          ELSE (pg_temp.rnd(4, q, k) * 2e5 - 1e5)::int END AS lo,
+                     CASE WHEN q % 5 = 0 THEN 1e7 ELSE 300 END AS w, q, k FROM generate_series(1, 1 + q % 7) k) s) AS arr,
+       (SELECT qn_int4set2bitfield_int4('r', int4set_agg(lo, lo + (pg_temp.rnd(7, q, k) * 40)::int, 'r'))
+        FROM (SELECT (q * 1000 - 15000 + pg_temp.rnd(6, q, k) * 30000)::int AS lo, q, k FROM generate_series(1, 400) k) s) AS bf,
+       CASE WHEN q % 6 = 0 THEN qn_range_pack(-2147483648, (pg_temp.rnd(8, q) * 1e5 - 2147483648)::int)
+            WHEN q % 6 = 1 THEN qn_range_pack((2147483647 - pg_temp.rnd(8, q) * 1e6)::int, 2147483647)
+            ELSE (SELECT qn_range_pack(lo, (lo + pg_temp.rnd(9, q) * w)::int)
+                  FROM (SELECT (pg_temp.rnd(8, q) * 2e6 - 1e6)::int AS lo, CASE q % 3 WHEN 0 THEN 10 ELSE 2e6 END AS w, q) s) END AS pr,
+       CASE WHEN q = 1 THEN -2147483648 WHEN q = 2 THEN 2147483647 WHEN q % 2 = 0 THEN (pg_temp.rnd(10, q) * 2e5 - 1e5)::int
             ELSE (SELECT CASE WHEN q % 4 = 1 THEN qn_rangepacked_lower(r) ELSE qn_rangepacked_upper(r) END
                   FROM gp WHERE id = q * 997) END AS val
 FROM generate_series(1, 30) q;
@@ -50,35 +52,50 @@ INSERT INTO gp SELECT -qid, pr FROM gq WHERE qid % 4 = 0;
 
 -- For `tbl.col <op> gq.arg`, the matching ids of every query, by a sequential
 -- scan and then with sequential scans off: whether they agree, whether EXPLAIN
--- shows the index, and how many queries matched some rows.
+-- shows the index, and how many queries matched some rows. Then the matching
+-- values of the column itself, which an index-only scan returns from the index
+-- keys: whether the plan is one and gives the sequential scan's values.
+CREATE TYPE pg_temp.hit AS (id int, val int8);
 CREATE FUNCTION pg_temp.check(tbl text, col text, op text, arg text,
-                              OUT operator text, OUT same_rows bool, OUT index_used bool, OUT queries_hit bigint)
+                              OUT operator text, OUT same_rows bool, OUT index_used bool, OUT index_only bool,
+                              OUT queries_hit bigint)
 LANGUAGE plpgsql AS $$
 DECLARE
-    matches text := format('SELECT q.qid, ARRAY(SELECT t.id FROM %I t WHERE t.%I %s q.%I ORDER BY t.id) AS ids FROM gq q',
-                           tbl, col, op, arg);
-    digest text := format('SELECT string_agg(qid || %L || ids::text, %L ORDER BY qid), count(*) FILTER (WHERE ids <> %L) FROM (%s) m',
-                          ':', ';', '{}', matches);
+    matches text := 'SELECT q.qid, ARRAY(SELECT t.%I FROM %I t WHERE t.%I %s q.%I ORDER BY 1) AS ids FROM gq q';
+    ids text := format(matches, 'id', tbl, col, op, arg);
+    vals text := format(matches, col, tbl, col, op, arg);
+    digest text := 'SELECT string_agg(qid || '':'' || ids::text, '';'' ORDER BY qid), count(*) FILTER (WHERE ids <> ''{}'') FROM (%s) m';
     by_scan text;
     by_index text;
-    line text;
+    values_by_scan text;
+    values_by_index text;
 BEGIN
     operator := format('%s.%s %s %s', tbl, col, op, arg);
+    -- One sequential scan per query gives both the ids and the values.
     PERFORM set_config('enable_seqscan', 'on', true);
     PERFORM set_config('enable_indexscan', 'off', true);
     PERFORM set_config('enable_bitmapscan', 'off', true);
-    EXECUTE digest INTO by_scan, queries_hit;
+    EXECUTE format('CREATE TEMP TABLE scanned AS SELECT q.qid, ARRAY(SELECT (t.id, t.%I)::pg_temp.hit FROM %I t
+                    WHERE t.%I %s q.%I) AS hits FROM gq q', col, tbl, col, op, arg);
+    EXECUTE format(digest, 'SELECT qid, ARRAY(SELECT (h).id FROM unnest(hits) h ORDER BY 1) AS ids FROM scanned')
+        INTO by_scan, queries_hit;
+    EXECUTE format(digest, 'SELECT qid, ARRAY(SELECT (h).val FROM unnest(hits) h ORDER BY 1) AS ids FROM scanned')
+        INTO values_by_scan;
+    DROP TABLE scanned;
     PERFORM set_config('enable_seqscan', 'off', true);
     PERFORM set_config('enable_indexscan', 'on', true);
     PERFORM set_config('enable_bitmapscan', 'on', true);
-    index_used := false;
-    FOR line IN EXECUTE 'EXPLAIN ' || matches LOOP
-        index_used := index_used OR line ~ ('Index Scan (using|on) ' || tbl || '_' || col);
-    END LOOP;
-    EXECUTE digest INTO by_index;
+    index_used := pg_temp.plan_has(ids, 'Index Scan on ' || tbl || '_' || col)
+                  OR pg_temp.plan_has(ids, 'Index Scan using ' || tbl || '_' || col);
+    EXECUTE format(digest, ids) INTO by_index;
     same_rows := by_scan = by_index;
+    PERFORM set_config('enable_bitmapscan', 'off', true);  -- left: an index path, index-only where it can be
+    EXECUTE format(digest, vals) INTO values_by_index;
+    index_only := pg_temp.plan_has(vals, 'Index Only Scan using ' || tbl || '_' || col)
+                  AND values_by_scan = values_by_index;
 END $$;
-CREATE FUNCTION pg_temp.check_all(ti text, tp text) RETURNS TABLE(operator text, same_rows bool, index_used bool, queries_hit bigint)
+CREATE FUNCTION pg_temp.check_all(ti text, tp text)
+RETURNS TABLE(operator text, same_rows bool, index_used bool, index_only bool, queries_hit bigint)
 LANGUAGE sql AS $$
     SELECT r.* FROM (VALUES
         (ti, 'v', '<@', 'arr'), (ti, 'v', '<@', 'bf'), (ti, 'v', '<@', 'pr'),
@@ -96,8 +113,8 @@ CREATE TABLE gi2 (id int, v int4);
 CREATE TABLE gp2 (id int, r int8);
 CREATE INDEX gi2_v ON gi2 USING gist (v qn_gist_int4_ops);
 CREATE INDEX gp2_r ON gp2 USING gist (r qn_gist_rangepacked_ops);
-INSERT INTO gi2 SELECT * FROM gi ORDER BY random();
-INSERT INTO gp2 SELECT * FROM gp ORDER BY random();
+INSERT INTO gi2 SELECT * FROM gi ORDER BY pg_temp.rnd(11, id);
+INSERT INTO gp2 SELECT * FROM gp ORDER BY pg_temp.rnd(11, id);
 SELECT * FROM pg_temp.check_all('gi2', 'gp2');
 
 -- After deleting two rows in three and vacuuming, then inserting again.

@@ -59,10 +59,10 @@ FROM (VALUES (1, 1), (2, 5), (3, 2147483647)) t(ord, v);
 
 -- Random rows in random order, many groups: the 's' result is the sorted distinct
 -- members and the 'r' result their runs, computed here in plain SQL.
-SELECT setseed(0.25);
+\i sql/include/hash_random.psql
 CREATE TEMP TABLE vals AS
 SELECT g % 41 AS grp, hashint4(g) % 1500 AS v
-FROM generate_series(1, 20000) g ORDER BY random();
+FROM generate_series(1, 20000) g ORDER BY pg_temp.rnd(1, g);
 INSERT INTO vals SELECT 41, v FROM generate_series(-2147483648, -2147483640) v;
 INSERT INTO vals SELECT 41, v FROM generate_series(2147483600, 2147483646, 3) v;
 CREATE TEMP VIEW expected_runs AS
@@ -80,9 +80,9 @@ FROM (SELECT grp, int4set_agg(v, 's') AS s, int4set_agg(v, 'r') AS r FROM vals G
 -- each give what the value rows give (mix arrays hold members from 0 up).
 CREATE TEMP TABLE chunk_sets AS
 SELECT grp, chunk, array_agg(DISTINCT v ORDER BY v) AS s
-FROM (SELECT grp, v, row_number() OVER (PARTITION BY grp ORDER BY random()) % 17 AS chunk
+FROM (SELECT grp, v, row_number() OVER (PARTITION BY grp ORDER BY pg_temp.rnd(2, v, grp), v) % 17 AS chunk
       FROM vals WHERE v >= 0) c
-GROUP BY grp, chunk ORDER BY random();
+GROUP BY grp, chunk ORDER BY pg_temp.rnd(3, grp, chunk);
 SELECT count(*) AS groups, count(*) FILTER (WHERE from_s = expected AND from_r = expected AND from_m = expected) AS all_forms_ok
 FROM (SELECT grp, int4set_agg('s', s, 'r') AS from_s, int4set_agg('r', r, 'r') AS from_r, int4set_agg('m', m, 'r') AS from_m
       FROM (SELECT grp, s, (SELECT int4set_agg(x, 'r') FROM unnest(s) x) AS r,

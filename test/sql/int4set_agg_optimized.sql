@@ -55,13 +55,12 @@ SELECT pg_temp.try($$SELECT int4set_agg_optimized(v, 10, 'x') FROM (VALUES (1)) 
 -- Random rows within [0, maxinput] in every row form, each group aggregated into
 -- every output form (the output letter is a column: the first row's is taken):
 -- the same sets as int4set_agg.
-SELECT setseed(0.75);
 CREATE TABLE rows_opt (grp int4, v int4, lo int4, hi int4, s int4[], r int4[], m int4[]);
 INSERT INTO rows_opt
 SELECT g % 50, abs(hashint4(g)) % 5001, lo, lo + g % 9, ARRAY[lo + 4, lo], ARRAY[lo, lo + 1, lo + 5, lo + 9],
        ARRAY[7, lo, (lo + 20) | (-2147483648), lo + 30]
 FROM (SELECT g, abs(hashint4(g + 1)) % 4970 AS lo FROM generate_series(1, 60000) g) q
-ORDER BY random();
+ORDER BY hashint8(g);
 ANALYZE rows_opt;
 CREATE VIEW optimized AS
 SELECT grp, out, int4set_agg_optimized(v, 5000, out) AS v, int4set_agg_optimized(lo, hi, 5000, out) AS b,

@@ -35,23 +35,24 @@ SELECT pg_temp.try($$SELECT qn_int4rangepacked_in_rangearray(qn_range_pack(0, 9)
 
 -- Random normalised range arrays (ranges from the int4set_agg of random bounds,
 -- some reaching the int4 extremes), values and packed ranges.
-SELECT setseed(0.75);
-CREATE FUNCTION pg_temp.rand_bound() RETURNS int4 LANGUAGE sql AS $$
-    SELECT CASE WHEN random() < 0.05 THEN -2147483648 + (random() * 3)::int
-                WHEN random() < 0.05 THEN 2147483646 - (random() * 3)::int
-                ELSE (random() * 2000)::int - 1000 END
+\i sql/include/hash_random.psql
+CREATE FUNCTION pg_temp.rand_bound(stream int, key int8) RETURNS int4 LANGUAGE sql IMMUTABLE AS $$
+    SELECT CASE WHEN pg_temp.rnd(stream, key, 1) < 0.05 THEN -2147483648 + (pg_temp.rnd(stream, key, 2) * 3)::int
+                WHEN pg_temp.rnd(stream, key, 3) < 0.05 THEN 2147483646 - (pg_temp.rnd(stream, key, 2) * 3)::int
+                ELSE (pg_temp.rnd(stream, key, 2) * 2000)::int - 1000 END
 $$;
 CREATE TEMP TABLE arrays AS
-SELECT id, coalesce((SELECT int4set_agg(lo, least(lo::int8 + (random() * 40)::int, 2147483646)::int4, 'r')
-                     FROM (SELECT pg_temp.rand_bound() AS lo FROM generate_series(1, (random() * 6)::int + id % 2)) r),
+SELECT id, coalesce((SELECT int4set_agg(lo, least(lo::int8 + (pg_temp.rnd(2, id, k) * 40)::int, 2147483646)::int4, 'r')
+                     FROM (SELECT pg_temp.rand_bound(3, id * 8 + k) AS lo, k
+                           FROM generate_series(1, (pg_temp.rnd(1, id) * 6)::int + id % 2) k) r),
                     '{}') AS a
 FROM generate_series(1, 400) id;
 UPDATE arrays SET a = a || '{2147483647,2147483647}' WHERE id % 50 = 0 AND cardinality(a) > 0 AND a[cardinality(a)] < 2147483646;
 CREATE TEMP TABLE pairs AS
 SELECT id, a[2 * i - 1] AS lo, a[2 * i] AS hi FROM arrays, generate_series(1, cardinality(a) / 2) i;
 CREATE TEMP TABLE probes AS
-SELECT p, pg_temp.rand_bound() AS v, least(x, y) AS lo, greatest(x, y) AS hi
-FROM (SELECT p, pg_temp.rand_bound() AS x, pg_temp.rand_bound() AS y FROM generate_series(1, 30) p) q;
+SELECT p, pg_temp.rand_bound(4, p) AS v, least(x, y) AS lo, greatest(x, y) AS hi
+FROM (SELECT p, pg_temp.rand_bound(5, p) AS x, pg_temp.rand_bound(6, p) AS y FROM generate_series(1, 30) p) q;
 UPDATE probes SET lo = 2147483647, hi = 2147483647 WHERE p = 1;
 UPDATE probes SET lo = -2147483648, hi = 2147483647 WHERE p = 2;
 SELECT count(*) AS cases,

@@ -2,13 +2,18 @@
 -- members, for hundreds of random normalised range arrays, and their results are
 -- normalised themselves.
 SET max_parallel_workers_per_gather = 0;
-SELECT setseed(0.4242);
+\i sql/include/hash_random.psql
 
 -- Random member sets per case and side; each becomes a normalised range array.
+-- Every tenth case has an empty side 'a'; every fourth draws both sides from one
+-- stream, 'a' at a lower density, so that 'a' lies within 'b'.
 CREATE TEMP TABLE members AS
 SELECT c, side, v
 FROM generate_series(1, 600) AS c, (VALUES ('a'), ('b')) AS s(side), generate_series(-40, 40) AS v
-WHERE random() < CASE WHEN c % 3 = 0 THEN 0.8 ELSE 0.3 END;
+WHERE pg_temp.rnd(CASE WHEN c % 4 = 1 THEN 0 ELSE ascii(side) END, c, v)
+      < CASE WHEN c % 10 = 0 AND side = 'a' THEN 0
+             WHEN c % 4 = 1 THEN CASE side WHEN 'a' THEN 0.2 ELSE 0.6 END
+             WHEN c % 3 = 0 THEN 0.8 ELSE 0.3 END;
 
 CREATE TEMP TABLE range_sets AS
 WITH islands AS (

@@ -1,8 +1,10 @@
-// The set builder against one rangeArrayInsert per range, the member writer, and
-// the byte layout of a serialised set state.
+// The set builder against one rangeArrayInsert per range, its batch sort, the
+// member writer, and the byte layout of a serialised set state.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <string>
 #include <climits>
 #include <cstring>
 #include <random>
@@ -15,7 +17,8 @@ namespace {
 
 using namespace rt;
 using namespace qn::pgRangeArray;
-using Builder = RangeSetBuilder<malloc, free>;
+// Batches of a few hundred ranges: every run merges many, most of them radix-sorted.
+using Builder = RangeSetBuilder<malloc, free, 300>;
 
 constexpr int kMin = INT_MIN;
 constexpr int kMax = INT_MAX;
@@ -99,6 +102,64 @@ TEST(RangeSetBuilder, MatchesOneInsertPerRange) {
         const int flushes = feedAndCompare(*z.b, rng, count, domains[seed % 3], unusual ? uniform(rng, 0, count - 1) : INT_MAX);
         if (unusual) EXPECT_TRUE(z.b->direct);
         else EXPECT_GE(flushes, 2);
+    }
+}
+
+// Rows in ascending order of their lower bounds never wait in `pending`: each
+// is merged into the list's end at once, touching ranges joining the last one.
+TEST(RangeSetBuilder, AscendingRowsMatchOneInsertPerRange) {
+    for (unsigned seed = 0; seed < 10; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 rng(seed);
+        std::vector<R> in;
+        R last{0, 0};
+        for (int i = 0; i < 3000; ++i) in.push_back(nextRange(rng, 5000, last));
+        std::sort(in.begin(), in.end(), [](const R& a, const R& b) { return a.lower < b.lower; });
+        ZeroFilled z;
+        RV model;
+        for (const R& r : in) {
+            z.b->insert(r);
+            rangeArrayInsert(model, r);
+        }
+        EXPECT_TRUE(z.b->pending.empty());
+        EXPECT_EQ(pairs(z.b->ranges), pairs(model));
+    }
+}
+
+// The batch sort against std::sort, on spans around the radix threshold and on
+// keys that share digits (whose passes are skipped), cross the sign, or sit at
+// both ends of the int domain. Uppers tag the arrivals, so a lost or doubled
+// range shows.
+TEST(RangeSetBuilder, SortByLowerMatchesStdSort) {
+    std::mt19937 rng(11);
+    using Draw = int (*)(std::mt19937&, int);
+    const struct {
+        const char* name;
+        Draw draw;
+    } cases[] = {
+        {"anywhere", [](std::mt19937& g, int) { return uniform(g, kMin, kMax); }},
+        {"shared top digits", [](std::mt19937& g, int) { return uniform(g, 0, 2047); }},
+        {"shared low digit", [](std::mt19937& g, int) { return uniform(g, -4, 4) * 2048 + 7; }},
+        {"around zero", [](std::mt19937& g, int) { return uniform(g, -1000, 1000); }},
+        {"extremes", [](std::mt19937& g, int) { return std::array{kMin, kMin + 1, -1, 0, kMax - 1, kMax}[uniform(g, 0, 5)]; }},
+        {"all equal", [](std::mt19937&, int) { return -5; }},
+        {"descending", [](std::mt19937&, int i) { return 1000000 - 3 * i; }},
+    };
+    for (const auto& c : cases) {
+        for (int n : {1, 255, 256, 257, 5000}) {
+            SCOPED_TRACE(std::string(c.name) + " n=" + std::to_string(n));
+            std::vector<R> data(n), scratch(n);
+            for (int i = 0; i < n; ++i) data[i] = R{c.draw(rng, i), i};
+            std::vector<R> expected = data;
+            const R* sorted = sortByLower(data.data(), scratch.data(), static_cast<uint64_t>(n));
+            Pairs got, want;
+            for (int i = 0; i < n; ++i) got.emplace_back(sorted[i].lower, sorted[i].upper);
+            for (const R& r : expected) want.emplace_back(r.lower, r.upper);
+            EXPECT_TRUE(std::is_sorted(got.begin(), got.end(), [](auto& a, auto& b) { return a.first < b.first; }));
+            std::sort(got.begin(), got.end());
+            std::sort(want.begin(), want.end());
+            EXPECT_EQ(got, want);
+        }
     }
 }
 

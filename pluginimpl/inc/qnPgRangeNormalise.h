@@ -1,0 +1,182 @@
+// Range arrays of any shape made normalised, tested for being normalised and
+// for emptiness, and walked member by member.
+//
+// Unlike the set algebra, these read their input as a plain set of integers:
+// bounds are compared in 64 bits (nothing wraps), a range with lower > upper
+// stands for no integer, and ranges may come in any order and overlap.
+//
+// Free of server headers on purpose: include it before postgres.h.
+#pragma once
+
+#ifdef POSTGRES_H
+static_assert(false, "qnPgRangeNormalise.h must not see server headers: include it before postgres.h");
+#endif
+
+#include <cstdint>
+
+#include "qnPgRangeArray.h"
+
+namespace qn::pgRangeArray {
+
+// Ascending by lower bound, lower <= upper in each range, and at least one
+// integer left out between neighbours. One pass, stopping at the first fault.
+inline bool isNormalised(const Range<int32_t>* first, const Range<int32_t>* last) {
+    for (const Range<int32_t>* p = first; p != last; ++p) {
+        if (p->lower > p->upper) return false;
+        if (p != first && int64_t{p->lower} < int64_t{p[-1].upper} + 2) return false;
+    }
+    return true;
+}
+
+// Some range holds an integer (lower <= upper). On a normalised list the first
+// range answers.
+inline bool hasMembers(const Range<int32_t>* first, const Range<int32_t>* last) {
+    for (; first != last; ++first)
+        if (first->lower <= first->upper) return true;
+    return false;
+}
+
+// Index one past the ascending run (by lower bound) that starts at `from`.
+inline uint64_t ascendingRunEnd(const Range<int32_t>* data, uint64_t from, uint64_t n) {
+    uint64_t i = from + 1;
+    while (i < n && data[i].lower >= data[i - 1].lower) ++i;
+    return i;
+}
+
+namespace detail {
+
+constexpr uint64_t kPollEvery = uint64_t{1} << 20;
+
+// Merges the ascending runs of data pairwise into scratch, pass after pass,
+// until one is left; returns the buffer that holds it.
+template <typename Poll>
+Range<int32_t>* mergeRuns(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n, Poll& poll) {
+    uint64_t moved = 0;
+    for (;;) {
+        uint64_t runs = 0;
+        for (uint64_t i = 0; i < n; ++runs) {
+            const uint64_t middle = ascendingRunEnd(data, i, n);
+            const uint64_t end = middle < n ? ascendingRunEnd(data, middle, n) : n;
+            const Range<int32_t>* a = data + i;
+            const Range<int32_t>* b = data + middle;
+            Range<int32_t>* out = scratch + i;
+            while (a != data + middle && b != data + end) *out++ = b->lower < a->lower ? *b++ : *a++;
+            while (a != data + middle) *out++ = *a++;
+            while (b != data + end) *out++ = *b++;
+            moved += end - i;
+            if (moved >= kPollEvery) {
+                poll();
+                moved = 0;
+            }
+            i = end;
+        }
+        Range<int32_t>* const merged = scratch;
+        scratch = data;
+        data = merged;
+        if (runs == 1) return data;
+    }
+}
+
+// Stable LSD radix sort on the lower bound (flipped sign bit, so that unsigned
+// order is signed order), 11 bits a pass, between data and scratch; a pass whose
+// digit is the same for every range is skipped. Returns the buffer that holds
+// the result.
+template <typename Poll>
+Range<int32_t>* radixSort(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n, Poll& poll) {
+    constexpr int kBits = 11;
+    constexpr uint32_t kBuckets = 1u << kBits;
+    auto key = [](const Range<int32_t>& r) { return static_cast<uint32_t>(r.lower) ^ 0x80000000u; };
+    for (int shift = 0; shift < 32; shift += kBits) {
+        uint64_t offsets[kBuckets] = {};
+        for (uint64_t i = 0; i < n; ++i) ++offsets[(key(data[i]) >> shift) & (kBuckets - 1)];
+        if (offsets[(key(data[0]) >> shift) & (kBuckets - 1)] == n) continue;
+        uint64_t total = 0;
+        for (uint64_t& offset : offsets) {
+            const uint64_t count = offset;
+            offset = total;
+            total += count;
+        }
+        for (uint64_t i = 0; i < n;) {
+            const uint64_t stop = n - i > kPollEvery ? i + kPollEvery : n;
+            for (; i < stop; ++i) scratch[offsets[(key(data[i]) >> shift) & (kBuckets - 1)]++] = data[i];
+            poll();
+        }
+        Range<int32_t>* const sorted = scratch;
+        scratch = data;
+        data = sorted;
+    }
+    return data;
+}
+
+}  // namespace detail
+
+// Sorts data[0, n) by lower bound, using scratch (room for n) as the second
+// buffer, and returns the buffer that holds the result. A sorted input costs one
+// scan; an input of a few ascending runs (such as normalised arrays put one
+// after another) is merged run by run; anything else is radix sorted in linear
+// time. Calls poll() after every million or so ranges moved.
+template <typename Poll>
+Range<int32_t>* sortByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n, Poll poll) {
+    constexpr uint64_t kMergedRuns = 8;
+    uint64_t runs = 0;
+    for (uint64_t i = 0; i < n && runs <= kMergedRuns; ++runs) i = ascendingRunEnd(data, i, n);
+    if (runs <= 1) return data;
+    if (runs <= kMergedRuns) return detail::mergeRuns(data, scratch, n, poll);
+    return detail::radixSort(data, scratch, n, poll);
+}
+
+// Writes the normalised form of [first, last), sorted by lower bound, to out:
+// inverted ranges dropped, overlapping and adjacent ones merged. out may be
+// first (it never gets ahead of the reading). Returns the number written.
+inline uint64_t mergeSortedRanges(const Range<int32_t>* first, const Range<int32_t>* last, Range<int32_t>* out) {
+    Range<int32_t>* const begin = out;
+    for (; first != last; ++first) {
+        const Range<int32_t> r = *first;
+        if (r.lower > r.upper) continue;
+        if (out != begin && int64_t{r.lower} <= int64_t{out[-1].upper} + 1) {
+            if (r.upper > out[-1].upper) out[-1].upper = r.upper;
+        } else {
+            *out++ = r;
+        }
+    }
+    return static_cast<uint64_t>(out - begin);
+}
+
+// Normalises data[0, n) in place and returns the number of ranges it now holds.
+// A normalised input is recognised in one pass and left as it is; otherwise a
+// scratch buffer of n ranges comes from A for the sort and goes back to F.
+// Returns -1, with data unchanged, when A gives no buffer.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll>
+int64_t normaliseRanges(Range<int32_t>* data, uint64_t n, Poll poll) {
+    if (isNormalised(data, data + n)) return static_cast<int64_t>(n);
+    auto* scratch = static_cast<Range<int32_t>*>(A(n * sizeof(Range<int32_t>)));
+    if (!scratch) return -1;
+    const Range<int32_t>* sorted = sortByLower(data, scratch, n, poll);
+    const uint64_t count = mergeSortedRanges(sorted, sorted + n, data);
+    F(scratch);
+    return static_cast<int64_t>(count);
+}
+
+// Walks the members of a list of ranges in list order, one per call, in O(1)
+// space; ranges with lower > upper yield nothing, and a range ending at
+// 2147483647 ends the walk of that range without wrapping.
+struct MemberCursor {
+    const Range<int32_t>* range;
+    const Range<int32_t>* end;
+    int64_t next;
+
+    MemberCursor(const Range<int32_t>* first, const Range<int32_t>* last)
+        : range(first), end(last), next(first != last ? first->lower : 0) {}
+
+    // Stores the next member in v; false once the list is exhausted.
+    bool advance(int32_t& v) {
+        while (range != end && next > range->upper) {
+            if (++range != end) next = range->lower;
+        }
+        if (range == end) return false;
+        v = static_cast<int32_t>(next++);
+        return true;
+    }
+};
+
+}  // namespace qn::pgRangeArray

@@ -1,0 +1,579 @@
+// The planner's view of the operators: restriction and join selectivity from
+// the columns' statistics (the arithmetic is in qnPgSelectivity.h), and the
+// support function through which the test functions are answered by the GiST
+// operator classes and estimated as their operators are.
+//
+// What is estimated how:
+// - a column on one side, a constant on the other: the column's statistics
+//   against the constant (int4 columns by their histogram, packed-range columns
+//   by the model of qnPgSelectivity.h); a column of range arrays or bitfields
+//   (`5 <@ column`) by testing its most common values and histogram bounds,
+//   sampled values of the column, against the constant;
+// - a column against a value that varies (a parameter, an outer reference): a
+//   packed-range column containing a value by the average over values typical
+//   of the column, anything else by the server's defaults;
+// - two columns (a join): the estimate with one side's statistics, averaged over
+//   the other side's sampled values (most common values and histogram bounds),
+//   for semi and anti joins the share of outer rows with at least one match;
+// - no statistics: the server's defaults for comparable clauses.
+#include "qnPgGistRange.h"
+#include "qnPgSelectivity.h"
+#include "quenloPgUtils.h"
+
+// The planner's headers reach the spinlock code, whose `register` C++17 refuses.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wregister"
+extern "C" {
+#include "access/htup_details.h"
+#include "catalog/namespace.h"
+#include "catalog/pg_operator.h"
+#include "catalog/pg_statistic.h"
+#include "nodes/makefuncs.h"
+#include "nodes/nodeFuncs.h"
+#include "nodes/supportnodes.h"
+#include "optimizer/optimizer.h"
+#include "optimizer/plancat.h"
+#include "utils/datum.h"
+#include "utils/lsyscache.h"
+#include "utils/selfuncs.h"
+}
+#pragma GCC diagnostic pop
+
+using qn::gist::Strategy;
+using qn::selectivity::ColumnStats;
+using qn::selectivity::PackedTest;
+using qn::selectivity::RangeInt;
+using Model = qn::selectivity::PackedRangeModel<palloc, pfree>;
+
+namespace {
+
+// The operators of the extension, by name and operand types, with the
+// strategy numbers the operator classes give them.
+struct OperatorSignature {
+    const char* name;
+    Oid left;
+    Oid right;
+    Strategy strategy;
+};
+const OperatorSignature kOperators[] = {
+    {"<@", INT4OID, INT4ARRAYOID, qn::gist::ValueInRangeArray},
+    {"<@", INT4OID, BYTEAOID, qn::gist::ValueInBitField},
+    {"<@", INT4OID, INT8OID, qn::gist::ValueInPackedRange},
+    {"&&", INT8OID, INT4ARRAYOID, qn::gist::RangeOverlapsRangeArray},
+    {"&&", INT8OID, INT8OID, qn::gist::RangeOverlapsRange},
+    {"<@", INT8OID, INT8OID, qn::gist::RangeIncludedInRange},
+    {"@>", INT8OID, INT8OID, qn::gist::RangeContainsRange},
+    {"@>", INT8OID, INT4OID, qn::gist::RangeContainsValue},
+};
+
+const OperatorSignature* signatureOf(Strategy s) {
+    for (const OperatorSignature& o : kOperators)
+        if (o.strategy == s) return &o;
+    return nullptr;
+}
+
+// Which of the extension's operators opno is; null for any other.
+const OperatorSignature* operatorSignature(Oid opno) {
+    const char* name = get_opname(opno);
+    if (name == nullptr) return nullptr;
+    Oid left = InvalidOid, right = InvalidOid;
+    op_input_types(opno, &left, &right);
+    for (const OperatorSignature& o : kOperators)
+        if (strcmp(o.name, name) == 0 && o.left == left && o.right == right) return &o;
+    return nullptr;
+}
+
+// How a clause `column <op> operand` (or `operand <op> column`) is read.
+enum class Reading {
+    Int4InRangeArray,       // int4 column <@ range array
+    Int4InBitField,         // int4 column <@ bitfield
+    Int4InPackedRange,      // int4 column <@ packed range
+    PackedContainsValue,    // packed-range column @> int4
+    PackedMeetsRangeArray,  // packed-range column && range array
+    PackedMeetsRange,       // packed-range column && packed range
+    PackedLiesIn,           // packed-range column <@ packed range
+    PackedContains,         // packed-range column @> packed range
+    OperandInColumn,        // int4 or packed range <op> a column of range arrays or bitfields
+};
+
+Reading readingOf(Strategy s, bool columnOnLeft) {
+    switch (s) {
+        case qn::gist::ValueInRangeArray: return columnOnLeft ? Reading::Int4InRangeArray : Reading::OperandInColumn;
+        case qn::gist::ValueInBitField: return columnOnLeft ? Reading::Int4InBitField : Reading::OperandInColumn;
+        case qn::gist::ValueInPackedRange:
+            return columnOnLeft ? Reading::Int4InPackedRange : Reading::PackedContainsValue;
+        case qn::gist::RangeContainsValue:
+            return columnOnLeft ? Reading::PackedContainsValue : Reading::Int4InPackedRange;
+        case qn::gist::RangeOverlapsRangeArray:
+            return columnOnLeft ? Reading::PackedMeetsRangeArray : Reading::OperandInColumn;
+        case qn::gist::RangeOverlapsRange: return Reading::PackedMeetsRange;
+        case qn::gist::RangeIncludedInRange: return columnOnLeft ? Reading::PackedLiesIn : Reading::PackedContains;
+        case qn::gist::RangeContainsRange: return columnOnLeft ? Reading::PackedContains : Reading::PackedLiesIn;
+        default: return Reading::OperandInColumn;
+    }
+}
+
+// The server's defaults for comparable clauses, for an operand that varies or
+// a column without statistics.
+double defaultSelectivity(Reading r) {
+    return r == Reading::PackedMeetsRange || r == Reading::PackedMeetsRangeArray
+               ? qn::selectivity::kDefaultOverlapSelectivity
+               : qn::selectivity::kDefaultPieceSelectivity;
+}
+
+// The join selectivities the operators had before statistics were read,
+// kept for columns without statistics.
+double defaultJoinSelectivity(Strategy s) {
+    return s == qn::gist::RangeOverlapsRange || s == qn::gist::RangeOverlapsRangeArray ? 0.005 : 0.001;
+}
+
+RangeInt unpack(int64 packed) { return {qn::pgRangeArray::packedLower(packed), qn::pgRangeArray::packedUpper(packed)}; }
+
+// Whether the column's statistics may be used: there are some, of the
+// expected type, and the user may read them (or the operator is leakproof).
+bool statisticsUsable(VariableStatData* vd, Oid type, Oid opfunc) {
+    return HeapTupleIsValid(vd->statsTuple) && vd->atttype == type && statistic_proc_security_check(vd, opfunc);
+}
+
+// A column's statistics; a packed-range column's histogram also builds its
+// model. Without usable statistics `c` is left empty, which the estimates read
+// as "use the defaults", and the result is false.
+bool loadColumn(VariableStatData* vd, Oid type, Oid opfunc, ColumnStats& c, Model& model, bool& haveModel) {
+    c = ColumnStats();
+    haveModel = false;
+    if (!statisticsUsable(vd, type, opfunc)) return false;
+    c.nullfrac = reinterpret_cast<Form_pg_statistic>(GETSTRUCT(vd->statsTuple))->stanullfrac;
+    auto read = [type](Datum d) -> int64 { return type == INT4OID ? DatumGetInt32(d) : DatumGetInt64(d); };
+    AttStatsSlot slot;
+    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_MCV, InvalidOid,
+                         ATTSTATSSLOT_VALUES | ATTSTATSSLOT_NUMBERS)) {
+        if (slot.nvalues == slot.nnumbers && slot.nvalues > 0) {
+            auto* values = static_cast<int64*>(palloc(sizeof(int64) * slot.nvalues));
+            auto* freqs = static_cast<double*>(palloc(sizeof(double) * slot.nvalues));
+            for (int i = 0; i < slot.nvalues; ++i) {
+                values[i] = read(slot.values[i]);
+                freqs[i] = slot.numbers[i];
+            }
+            c.mcv = values;
+            c.mcvFreq = freqs;
+            c.nmcv = slot.nvalues;
+        }
+        free_attstatsslot(&slot);
+    }
+    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_HISTOGRAM, InvalidOid, ATTSTATSSLOT_VALUES)) {
+        auto* bounds = static_cast<int64*>(palloc(sizeof(int64) * Max(slot.nvalues, 1)));
+        for (int i = 0; i < slot.nvalues; ++i) bounds[i] = read(slot.values[i]);
+        c.bounds = bounds;
+        c.nbounds = slot.nvalues;
+        free_attstatsslot(&slot);
+    }
+    if (type == INT4OID) {
+        bool isDefault = true;
+        const double distinct = get_variable_numdistinct(vd, &isDefault);
+        if (!isDefault) c.distinct = distinct;
+    } else {
+        haveModel = model.build(c.bounds, c.nbounds);
+    }
+    return true;
+}
+
+// Sampled values of a column with their shares of the rows: the most common
+// values (the 100 most frequent) at their frequencies, and up to 100 histogram
+// bounds sharing the rest evenly. The values are copied out of the statistics.
+struct Samples {
+    int n = 0;
+    int nmcv = 0;  // the first nmcv values are most common values
+    Datum* values = nullptr;
+    double* weights = nullptr;
+};
+constexpr int kMaxSampled = 100;
+
+bool sampleColumn(VariableStatData* vd, Oid type, Oid opfunc, Samples& out) {
+    out = Samples();
+    if (!statisticsUsable(vd, type, opfunc)) return false;
+    int16 typlen;
+    bool typbyval;
+    get_typlenbyval(type, &typlen, &typbyval);
+    out.values = static_cast<Datum*>(palloc(sizeof(Datum) * 2 * kMaxSampled));
+    out.weights = static_cast<double*>(palloc(sizeof(double) * 2 * kMaxSampled));
+    double rest = 1.0 - reinterpret_cast<Form_pg_statistic>(GETSTRUCT(vd->statsTuple))->stanullfrac;
+    AttStatsSlot slot;
+    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_MCV, InvalidOid,
+                         ATTSTATSSLOT_VALUES | ATTSTATSSLOT_NUMBERS)) {
+        if (slot.nvalues == slot.nnumbers) {
+            for (int i = 0; i < slot.nvalues && i < kMaxSampled; ++i) {
+                out.values[out.n] = datumCopy(slot.values[i], typbyval, typlen);
+                out.weights[out.n++] = slot.numbers[i];
+                rest -= slot.numbers[i];
+            }
+        }
+        out.nmcv = out.n;
+        free_attstatsslot(&slot);
+    }
+    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_HISTOGRAM, InvalidOid, ATTSTATSSLOT_VALUES)) {
+        const int step = (slot.nvalues + kMaxSampled - 1) / kMaxSampled;
+        const int taken = step > 0 ? (slot.nvalues + step - 1) / step : 0;
+        for (int i = 0; i < slot.nvalues; i += step) {
+            out.values[out.n] = datumCopy(slot.values[i], typbyval, typlen);
+            out.weights[out.n++] = qn::selectivity::clampProbability(rest) / taken;
+        }
+        free_attstatsslot(&slot);
+    }
+    return out.n > 0;
+}
+
+// The selectivity of the reading for one constant operand (not NULL).
+double estimateConstant(Reading r, const ColumnStats& c, const Model* model, Datum operand) {
+    using namespace qn::selectivity;
+    switch (r) {
+        case Reading::Int4InRangeArray: {
+            const qn::pg::Int4Elements e = qn::pg::readInt4Elements(DatumGetArrayTypeP(operand));
+            return int4Selectivity(c, RangeListSet{e.rangesBegin(), e.rangesEnd()});
+        }
+        case Reading::Int4InBitField: {
+            const bytea* value = DatumGetByteaP(operand);
+            qn::bitfield::BitFieldView view;
+            switch (qn::bitfield::readBitField(reinterpret_cast<const uint8*>(value), VARSIZE(value), view)) {
+                case qn::bitfield::BitFieldRead::Ok: return int4Selectivity(c, BitFieldSet{view});
+                case qn::bitfield::BitFieldRead::Empty: return 0.0;
+                case qn::bitfield::BitFieldRead::Invalid: break;  // refused when the clause runs
+            }
+            return kDefaultPieceSelectivity;
+        }
+        case Reading::Int4InPackedRange: {
+            const RangeInt q = unpack(DatumGetInt64(operand));
+            return int4Selectivity(c, RangeListSet{&q, &q + 1});
+        }
+        case Reading::PackedContainsValue: {
+            const int32 v = DatumGetInt32(operand);
+            const RangeInt q{v, v};
+            return packedSelectivity(c, model, PackedTest::Contains, &q, &q + 1);
+        }
+        case Reading::PackedMeetsRangeArray: {
+            const qn::pg::Int4Elements e = qn::pg::readInt4Elements(DatumGetArrayTypeP(operand));
+            return packedSelectivity(c, model, PackedTest::Meets, e.rangesBegin(), e.rangesEnd());
+        }
+        case Reading::PackedMeetsRange:
+        case Reading::PackedLiesIn:
+        case Reading::PackedContains: {
+            const RangeInt q = unpack(DatumGetInt64(operand));
+            const PackedTest test = r == Reading::PackedMeetsRange ? PackedTest::Meets
+                                    : r == Reading::PackedLiesIn   ? PackedTest::LiesIn
+                                                                   : PackedTest::Contains;
+            return packedSelectivity(c, model, test, &q, &q + 1);
+        }
+        case Reading::OperandInColumn: break;
+    }
+    return kDefaultPieceSelectivity;
+}
+
+// The operator's test of the constant operand against one value of a column of
+// range arrays or bitfields, without raising errors (a malformed value fails).
+bool operandInValue(Strategy s, Datum operand, Datum value) {
+    if (s == qn::gist::ValueInBitField) {
+        const bytea* b = DatumGetByteaP(value);
+        qn::bitfield::BitFieldView view;
+        return qn::bitfield::readBitField(reinterpret_cast<const uint8*>(b), VARSIZE(b), view) ==
+                   qn::bitfield::BitFieldRead::Ok &&
+               qn::selectivity::BitFieldSet{view}.contains(DatumGetInt32(operand));
+    }
+    const qn::pg::Int4Elements e = qn::pg::readInt4Elements(DatumGetArrayTypeP(value));
+    if (s == qn::gist::ValueInRangeArray)
+        return qn::pgRangeArray::inRangeArray(e.rangesBegin(), e.rangesEnd(), DatumGetInt32(operand));
+    const RangeInt q = unpack(DatumGetInt64(operand));
+    return qn::pgRangeArray::rangeOverlapsList(q.lower, q.upper, e.rangesBegin(), e.rangesEnd());
+}
+
+// `constant <op> column` over a column of range arrays or bitfields: the share
+// of its sampled values that pass.
+double operandInColumn(Strategy s, VariableStatData* vd, Oid type, Oid opfunc, Datum operand) {
+    Samples samples;
+    if (!sampleColumn(vd, type, opfunc, samples)) return qn::selectivity::kDefaultPieceSelectivity;
+    double sel = 0;
+    for (int j = 0; j < samples.n; ++j)
+        if (operandInValue(s, operand, samples.values[j])) sel += samples.weights[j];
+    return qn::selectivity::clampProbability(sel);
+}
+
+// A packed-range column containing a value that varies: the average over the
+// middles of the column's sampled ranges, each counted once as a value a query
+// could ask for (as an equality with a varying value assumes any distinct value
+// of the column equally likely): the histogram's ranges, or the most common
+// ones when there is no histogram.
+double typicalContainsValue(VariableStatData* vd, Oid opfunc, const ColumnStats& c, const Model* model) {
+    Samples samples;
+    if (!sampleColumn(vd, INT8OID, opfunc, samples)) return qn::selectivity::kDefaultPieceSelectivity;
+    const int first = samples.n > samples.nmcv ? samples.nmcv : 0;
+    double sum = 0;
+    for (int j = first; j < samples.n; ++j) {
+        const Datum v = Int32GetDatum(qn::selectivity::packedMiddle(DatumGetInt64(samples.values[j])));
+        sum += estimateConstant(Reading::PackedContainsValue, c, model, v);
+    }
+    return sum / (samples.n - first);
+}
+
+// The argument of `qn_range_pack(e, e)`, the packed range of one varying value,
+// or null for any other expression.
+Node* packedPointArgument(Node* expr) {
+    if (!IsA(expr, FuncExpr)) return nullptr;
+    const auto* call = reinterpret_cast<const FuncExpr*>(expr);
+    if (list_length(call->args) != 2 || !equal(linitial(call->args), lsecond(call->args))) return nullptr;
+    const char* name = get_func_name(call->funcid);
+    Node* value = static_cast<Node*>(linitial(call->args));
+    return name != nullptr && strcmp(name, "qn_range_pack") == 0 && exprType(value) == INT4OID ? value : nullptr;
+}
+
+// Restriction selectivity of `column <op> other` or `other <op> column`.
+double restrictionSelectivity(const OperatorSignature& op, Oid opfunc, VariableStatData* vd, Node* other,
+                              bool columnOnLeft) {
+    const Reading r = readingOf(op.strategy, columnOnLeft);
+    const Oid type = columnOnLeft ? op.left : op.right;
+    const bool constant = IsA(other, Const);
+    if (constant && reinterpret_cast<Const*>(other)->constisnull) return 0.0;  // the operators are strict
+    const Datum operand = constant ? reinterpret_cast<Const*>(other)->constvalue : Datum(0);
+    if (r == Reading::OperandInColumn)
+        return constant ? operandInColumn(op.strategy, vd, type, opfunc, operand) : defaultSelectivity(r);
+    // A varying operand: a value, or the packed range of one value (an int4
+    // column then reads as an equality), is estimated as typical of the column.
+    Node* point = constant ? nullptr : packedPointArgument(other);
+    if (point != nullptr && r == Reading::Int4InPackedRange)
+        return var_eq_non_const(vd, Int4EqualOperator, InvalidOid, point, columnOnLeft, false);
+    const bool typicalPoint = r == Reading::PackedContainsValue ||
+                              (point != nullptr && (r == Reading::PackedContains || r == Reading::PackedMeetsRange));
+    if (!constant && !typicalPoint) return defaultSelectivity(r);
+    ColumnStats c;
+    Model model;
+    bool haveModel = false;
+    loadColumn(vd, type, opfunc, c, model, haveModel);
+    const Model* m = haveModel ? &model : nullptr;
+    if (!constant) return typicalContainsValue(vd, opfunc, c, m);
+    return estimateConstant(r, c, m, operand);
+}
+
+// Join selectivity with the statistics of `column`'s side and the sampled
+// values of `sampled`'s side, or false when either has none.
+bool joinWithSamples(const OperatorSignature& op, Oid opfunc, VariableStatData* column, VariableStatData* sampled,
+                     bool columnOnLeft, bool sampledIsInner, JoinType jointype, double& sel) {
+    const Reading r = readingOf(op.strategy, columnOnLeft);
+    if (r == Reading::OperandInColumn) return false;
+    ColumnStats c;
+    Model model;
+    bool haveModel = false;
+    Samples samples;
+    if (!loadColumn(column, columnOnLeft ? op.left : op.right, opfunc, c, model, haveModel) ||
+        !sampleColumn(sampled, columnOnLeft ? op.right : op.left, opfunc, samples))
+        return false;
+    auto* s = static_cast<double*>(palloc(sizeof(double) * samples.n));
+    for (int j = 0; j < samples.n; ++j)
+        s[j] = estimateConstant(r, c, haveModel ? &model : nullptr, samples.values[j]);
+    using qn::selectivity::JoinShare;
+    JoinShare share = JoinShare::Pairs;
+    double innerRows = 1;
+    if (jointype == JOIN_SEMI || jointype == JOIN_ANTI) {
+        const VariableStatData* inner = sampledIsInner ? sampled : column;
+        if (inner->rel != nullptr) {
+            share = sampledIsInner ? JoinShare::OuterRows : JoinShare::SampledRows;
+            innerRows = Max(inner->rel->rows, 1.0);
+        }
+    }
+    sel = qn::selectivity::joinSelectivity(share, s, samples.weights, samples.n, innerRows);
+    return true;
+}
+
+}  // namespace
+
+QN_FUNCTION_INFO_V1(qn_range_sel)
+QN_FUNCTION_INFO_V1(qn_range_joinsel)
+QN_FUNCTION_INFO_V1(qn_range_support)
+
+// Restriction estimator of the operators: (planner info, operator, arguments,
+// relation of interest), as the server calls it.
+Datum qn_range_sel(PG_FUNCTION_ARGS) {
+    auto* root = reinterpret_cast<PlannerInfo*>(PG_GETARG_POINTER(0));
+    const Oid opno = PG_GETARG_OID(1);
+    auto* args = reinterpret_cast<List*>(PG_GETARG_POINTER(2));
+    const int varRelid = PG_GETARG_INT32(3);
+    const OperatorSignature* op = operatorSignature(opno);
+    if (op == nullptr) PG_RETURN_FLOAT8(qn::selectivity::kDefaultPieceSelectivity);
+    VariableStatData vd;
+    Node* other = nullptr;
+    bool columnOnLeft = true;
+    if (!get_restriction_variable(root, args, varRelid, &vd, &other, &columnOnLeft))
+        PG_RETURN_FLOAT8(defaultSelectivity(readingOf(op->strategy, true)));
+    const double sel = restrictionSelectivity(*op, get_opcode(opno), &vd, other, columnOnLeft);
+    ReleaseVariableStats(vd);
+    PG_RETURN_FLOAT8(qn::selectivity::clampProbability(sel));
+}
+
+// Join estimator of the operators: (planner info, operator, arguments, join
+// type, special join info). The left operand's statistics with the right
+// operand's samples, else the other way round where the operator reads both ways.
+Datum qn_range_joinsel(PG_FUNCTION_ARGS) {
+    auto* root = reinterpret_cast<PlannerInfo*>(PG_GETARG_POINTER(0));
+    const Oid opno = PG_GETARG_OID(1);
+    auto* args = reinterpret_cast<List*>(PG_GETARG_POINTER(2));
+    const auto jointype = static_cast<JoinType>(PG_GETARG_INT16(3));
+    auto* sjinfo = reinterpret_cast<SpecialJoinInfo*>(PG_GETARG_POINTER(4));
+    const OperatorSignature* op = operatorSignature(opno);
+    if (op == nullptr || list_length(args) != 2) PG_RETURN_FLOAT8(0.001);
+    VariableStatData left, right;
+    bool reversed = false;
+    get_join_variables(root, args, sjinfo, &left, &right, &reversed);
+    const Oid opfunc = get_opcode(opno);
+    double sel = 0;
+    // Not reversed: the right operand belongs to the inner side of a semi join.
+    if (!joinWithSamples(*op, opfunc, &left, &right, true, !reversed, jointype, sel) &&
+        !joinWithSamples(*op, opfunc, &right, &left, false, reversed, jointype, sel))
+        sel = defaultJoinSelectivity(op->strategy);
+    ReleaseVariableStats(left);
+    ReleaseVariableStats(right);
+    PG_RETURN_FLOAT8(qn::selectivity::clampProbability(sel));
+}
+
+namespace {
+
+// The test functions whose calls the planner can treat as operator clauses: for
+// each, the operators it equals, with the call's arguments that become the
+// operator's left and right operands. The first is the one the call is
+// estimated as; the index condition takes the one whose left operand is the
+// indexed argument.
+struct OperatorForm {
+    Strategy strategy;
+    int left;
+    int right;
+};
+struct TestFunction {
+    const char* name;
+    int nargs;
+    int nforms;
+    OperatorForm forms[2];
+};
+const TestFunction kTestFunctions[] = {
+    {"qn_int4_in_rangearray", 2, 1, {{qn::gist::ValueInRangeArray, 0, 1}}},
+    {"qn_int4_in_rangebitfield", 2, 1, {{qn::gist::ValueInBitField, 0, 1}}},
+    {"qn_int4_in_packedrange", 2, 2, {{qn::gist::ValueInPackedRange, 0, 1}, {qn::gist::RangeContainsValue, 1, 0}}},
+    {"qn_int4rangepacked_contains_int4", 2, 2,
+     {{qn::gist::RangeContainsValue, 0, 1}, {qn::gist::ValueInPackedRange, 1, 0}}},
+    // (unused, value, packed range): the first argument is not read.
+    {"qn_int4rangepacked_contains_int4", 3, 2,
+     {{qn::gist::RangeContainsValue, 2, 1}, {qn::gist::ValueInPackedRange, 1, 2}}},
+    {"qn_int4rangepacked_in_rangearray", 2, 1, {{qn::gist::RangeOverlapsRangeArray, 0, 1}}},
+    {"qn_int4rangepacked_in_int4rangepacked", 2, 2,
+     {{qn::gist::RangeOverlapsRange, 0, 1}, {qn::gist::RangeOverlapsRange, 1, 0}}},
+    {"qn_int4rangepacked_included_in_int4rangepacked", 2, 2,
+     {{qn::gist::RangeIncludedInRange, 0, 1}, {qn::gist::RangeContainsRange, 1, 0}}},
+    {"qn_int4rangepacked_contains_int4rangepacked", 2, 2,
+     {{qn::gist::RangeContainsRange, 0, 1}, {qn::gist::RangeIncludedInRange, 1, 0}}},
+};
+
+const TestFunction* testFunction(Oid funcid, int nargs) {
+    const char* name = get_func_name(funcid);
+    if (name == nullptr) return nullptr;
+    for (const TestFunction& f : kTestFunctions)
+        if (f.nargs == nargs && strcmp(f.name, name) == 0) return &f;
+    return nullptr;
+}
+
+// The operator of the strategy in the schema of the function (the extension's).
+Oid operatorOf(Strategy s, Oid funcid) {
+    const OperatorSignature* op = signatureOf(s);
+    const char* schema = get_namespace_name(get_func_namespace(funcid));
+    if (op == nullptr || schema == nullptr) return InvalidOid;
+    List* name = list_make2(makeString(pstrdup(schema)), makeString(pstrdup(op->name)));
+    return OpernameGetOprid(name, op->left, op->right);
+}
+
+// The arguments of the call: a function call, or an operator whose function it is.
+List* callArguments(Node* node) {
+    if (node != nullptr && IsA(node, FuncExpr)) return reinterpret_cast<FuncExpr*>(node)->args;
+    if (node != nullptr && IsA(node, OpExpr)) return reinterpret_cast<OpExpr*>(node)->args;
+    return NIL;
+}
+
+// A NULL constant where the three-argument form has its unread argument: the
+// strict call is NULL whatever the rest.
+bool unreadArgumentIsNull(const TestFunction& f, List* args) {
+    if (f.nargs != 3) return false;
+    const Node* first = static_cast<const Node*>(linitial(args));
+    return IsA(first, Const) && reinterpret_cast<const Const*>(first)->constisnull;
+}
+
+bool pseudoConstantForIndex(PlannerInfo* root, Node* expr, IndexOptInfo* index) {
+#if PG_VERSION_NUM >= 140000
+    return is_pseudo_constant_for_index(root, expr, index);
+#else
+    (void)root;
+    return is_pseudo_constant_for_index(expr, index);
+#endif
+}
+
+// A constant range array of odd length, which the function reads (or refuses)
+// its own way and the index refuses with its own message: such a call is left
+// to the function.
+bool oddRangeArrayConstant(Strategy s, Node* operand) {
+    if (s != qn::gist::ValueInRangeArray && s != qn::gist::RangeOverlapsRangeArray) return false;
+    if (!IsA(operand, Const) || reinterpret_cast<Const*>(operand)->constisnull) return false;
+    const ArrayType* a = DatumGetArrayTypeP(reinterpret_cast<Const*>(operand)->constvalue);
+    return qn::pg::readInt4Elements(a).count % 2 != 0;
+}
+
+// The call as an index condition on the indexed argument, or NIL.
+List* indexCondition(SupportRequestIndexCondition* req) {
+    List* args = callArguments(req->node);
+    const TestFunction* f = testFunction(req->funcid, list_length(args));
+    if (f == nullptr) return NIL;
+    for (int i = 0; i < f->nforms; ++i) {
+        const OperatorForm& form = f->forms[i];
+        if (form.left != req->indexarg) continue;
+        const Oid opno = operatorOf(form.strategy, req->funcid);
+        if (!OidIsValid(opno) || !op_in_opfamily(opno, req->opfamily)) continue;
+        Node* operand = static_cast<Node*>(list_nth(args, form.right));
+        if (!pseudoConstantForIndex(req->root, operand, req->index) || oddRangeArrayConstant(form.strategy, operand))
+            continue;
+        // The unread argument of the three-argument form can still make the call
+        // NULL: then the call stays as a filter, unless it is a constant.
+        const Node* first = static_cast<const Node*>(linitial(args));
+        req->lossy = f->nargs == 3 && !(IsA(first, Const) && !reinterpret_cast<const Const*>(first)->constisnull);
+        Expr* clause = make_opclause(opno, BOOLOID, false, static_cast<Expr*>(list_nth(args, form.left)),
+                                     reinterpret_cast<Expr*>(operand), InvalidOid, InvalidOid);
+        return list_make1(clause);
+    }
+    return NIL;
+}
+
+// The call's selectivity: its operator's, restriction or join.
+bool callSelectivity(SupportRequestSelectivity* req) {
+    const TestFunction* f = testFunction(req->funcid, list_length(req->args));
+    if (f == nullptr) return false;
+    if (unreadArgumentIsNull(*f, req->args)) {
+        req->selectivity = 0.0;
+        return true;
+    }
+    const OperatorForm& form = f->forms[0];
+    const Oid opno = operatorOf(form.strategy, req->funcid);
+    if (!OidIsValid(opno)) return false;
+    List* opargs = list_make2(list_nth(req->args, form.left), list_nth(req->args, form.right));
+    req->selectivity = req->is_join ? join_selectivity(req->root, opno, opargs, req->inputcollid, req->jointype,
+                                                       req->sjinfo)
+                                    : restriction_selectivity(req->root, opno, opargs, req->inputcollid,
+                                                              req->varRelid);
+    return true;
+}
+
+}  // namespace
+
+// Planner support of the test functions: a call whose first argument (or, for
+// the tests that read both ways, either range argument) is an indexed column
+// becomes the operator's index condition, exact except for the three-argument
+// form whose unread argument is not a constant; and a call is estimated as its
+// operator. Other requests get no answer.
+Datum qn_range_support(PG_FUNCTION_ARGS) {
+    Node* request = reinterpret_cast<Node*>(PG_GETARG_POINTER(0));
+    if (IsA(request, SupportRequestIndexCondition)) {
+        List* conditions = indexCondition(reinterpret_cast<SupportRequestIndexCondition*>(request));
+        if (conditions != NIL) PG_RETURN_POINTER(conditions);
+    } else if (IsA(request, SupportRequestSelectivity)) {
+        if (callSelectivity(reinterpret_cast<SupportRequestSelectivity*>(request))) PG_RETURN_POINTER(request);
+    }
+    PG_RETURN_POINTER(nullptr);
+}

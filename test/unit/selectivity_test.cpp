@@ -1,0 +1,242 @@
+// Selectivity estimation: statistics built from known populations the way
+// ANALYZE builds them (MCVs, then histogram quantiles of the rest), and the
+// estimates checked against the true fractions; the bit-run reader against a
+// plain scan; the closed form of the packed-range model against its sum.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <vector>
+
+#include "qnPgSelectivity.h"
+
+namespace {
+
+using namespace qn::selectivity;
+using qn::pgRangeArray::packRange;
+using Model = PackedRangeModel<malloc, free>;
+
+// Statistics of a population: the values met more than `mcvShare` of the time
+// as MCVs, and 101 quantiles of the others (sorted as int8 values) as bounds.
+struct Stats {
+    std::vector<int64_t> mcv, bounds;
+    std::vector<double> freq;
+    ColumnStats column;
+};
+
+Stats analyze(std::vector<int64_t> values, double mcvShare, double distinct = 0) {
+    Stats s;
+    std::map<int64_t, int> counts;
+    for (int64_t v : values) ++counts[v];
+    std::vector<int64_t> rest;
+    for (int64_t v : values) {
+        const double share = static_cast<double>(counts[v]) / values.size();
+        if (share <= mcvShare) rest.push_back(v);
+    }
+    for (const auto& [v, n] : counts)
+        if (static_cast<double>(n) / values.size() > mcvShare) {
+            s.mcv.push_back(v);
+            s.freq.push_back(static_cast<double>(n) / values.size());
+        }
+    std::sort(rest.begin(), rest.end());
+    for (int i = 0; i <= 100; ++i) s.bounds.push_back(rest[(rest.size() - 1) * i / 100]);
+    s.column.mcv = s.mcv.data();
+    s.column.mcvFreq = s.freq.data();
+    s.column.nmcv = static_cast<int>(s.mcv.size());
+    s.column.bounds = s.bounds.data();
+    s.column.nbounds = static_cast<int>(s.bounds.size());
+    s.column.distinct = distinct;
+    return s;
+}
+
+template <typename Test>
+double truth(const std::vector<int64_t>& values, Test test) {
+    return static_cast<double>(std::count_if(values.begin(), values.end(), test)) / values.size();
+}
+
+// A bitfield over [min, max] holding the members of the ranges (bytes after the length word included).
+std::vector<uint8_t> bitfield(int32_t min, int32_t max, const std::vector<RangeInt>& ranges) {
+    const uint32_t n = qn::bitfield::spanWidth(min, max);
+    std::vector<uint8_t> value(qn::bitfield::kHeaderBytes + qn::bitfield::bitBytes(n), 0);
+    qn::bitfield::writeBounds(value.data(), min, max);
+    for (const RangeInt& r : ranges)
+        qn::bitfield::setRun(value.data() + qn::bitfield::kHeaderBytes, qn::bitfield::positionOf(r.lower, min),
+                             qn::bitfield::positionOf(r.upper, min));
+    return value;
+}
+
+BitFieldSet bitfieldSet(const std::vector<uint8_t>& value) {
+    qn::bitfield::BitFieldView view{};
+    EXPECT_EQ(qn::bitfield::readBitField(value.data(), value.size(), view), qn::bitfield::BitFieldRead::Ok);
+    return BitFieldSet{view};
+}
+
+TEST(Selectivity, BitFieldRunsMatchAPlainScan) {
+    std::mt19937 rng(7);
+    for (int round = 0; round < 300; ++round) {
+        const int32_t min = static_cast<int32_t>(rng() % 1000) - 500;
+        const int32_t max = min + static_cast<int32_t>(rng() % 700);
+        const int density = static_cast<int>(rng() % 4);  // 0: sparse bits ... 3: long runs of ones
+        std::vector<RangeInt> ranges;
+        for (int32_t v = min; v <= max; ++v) {
+            const bool set = density == 3 ? (v / 97) % 2 == 0 : rng() % 8 < static_cast<unsigned>(density * 3);
+            if (set) ranges.push_back({v, v});
+        }
+        const std::vector<uint8_t> value = bitfield(min, max, ranges);
+        std::vector<std::pair<int64_t, int64_t>> expected, seen;
+        for (const RangeInt& r : ranges) {
+            if (!expected.empty() && expected.back().second + 1 == r.lower)
+                expected.back().second = r.upper;
+            else
+                expected.emplace_back(r.lower, r.upper);
+        }
+        BitFieldRuns runs = bitfieldSet(value).runs();
+        int64_t lo, hi;
+        while (runs.next(lo, hi)) seen.emplace_back(lo, hi);
+        ASSERT_EQ(seen, expected) << "round " << round;
+    }
+}
+
+// int4 column: 20% one value, the rest spread over [0, 100000).
+TEST(Selectivity, Int4SetsAgainstTheirTrueFractions) {
+    std::vector<int64_t> values;
+    std::mt19937 rng(3);
+    for (int i = 0; i < 200000; ++i) values.push_back(i % 5 == 0 ? 77777 : static_cast<int64_t>(rng() % 100000));
+    const Stats s = analyze(values, 0.01);
+    ASSERT_EQ(s.mcv.size(), 1u);
+    struct Case {
+        std::vector<RangeInt> ranges;
+    };
+    std::vector<Case> cases = {
+        {{{1000, 1999}}},                        // 1% of the spread
+        {{{0, 49999}}},                          // half of it
+        {{{77777, 77777}}},                      // the heavy value
+        {{{50, 50}, {77000, 78000}}},            // a point, and a range holding the heavy value
+        {{{-5000, -1}, {100000, 200000}}},       // outside the data
+    };
+    Case many;
+    for (int32_t v = 0; v < 100000; v += 1000) many.ranges.push_back({v, v + 99});  // 100 ranges, 10%
+    cases.push_back(many);
+    for (const Case& c : cases) {
+        const RangeListSet set{c.ranges.data(), c.ranges.data() + c.ranges.size()};
+        const double actual =
+            truth(values, [&](int64_t v) { return set.contains(static_cast<int32_t>(v)); });
+        const double estimate = int4Selectivity(s.column, set);
+        EXPECT_NEAR(estimate, actual, 0.1 * actual + 0.0005) << c.ranges.size() << " ranges from " << c.ranges[0].lower;
+        // The same members as a bitfield give the same estimate.
+        if (c.ranges.front().lower >= 0 && c.ranges.back().upper < 200000) {
+            const std::vector<uint8_t> bf = bitfield(c.ranges.front().lower, c.ranges.back().upper, c.ranges);
+            EXPECT_DOUBLE_EQ(int4Selectivity(s.column, bitfieldSet(bf)), estimate);
+        }
+    }
+}
+
+// Sparse data (multiples of 1000): a query for one present value counts one of
+// the bucket's distinct values, not the value's share of the integers.
+TEST(Selectivity, Int4SparseValuesCountAsDistinctValues) {
+    std::vector<int64_t> values;
+    for (int i = 0; i < 100000; ++i) values.push_back(static_cast<int64_t>(i % 5000) * 1000);
+    const Stats s = analyze(values, 0.01, 5000);
+    const RangeInt point{42000, 42000};
+    const double estimate = int4Selectivity(s.column, RangeListSet{&point, &point + 1});
+    EXPECT_NEAR(estimate, 1.0 / 5000, 0.5 / 5000);
+    const RangeInt wide{0, 2499999};
+    EXPECT_NEAR(int4Selectivity(s.column, RangeListSet{&wide, &wide + 1}), 0.5, 0.02);
+}
+
+TEST(Selectivity, DefaultsWithoutStatistics) {
+    const ColumnStats none;
+    const RangeInt all{INT32_MIN, INT32_MAX}, one{5, 9};
+    const std::vector<RangeInt> many(100, RangeInt{1, 1});
+    EXPECT_EQ(int4Selectivity(none, RangeListSet{&all, &all + 1}), 1.0);
+    EXPECT_EQ(int4Selectivity(none, RangeListSet{&one, &one + 1}), kDefaultPieceSelectivity);
+    EXPECT_EQ(int4Selectivity(none, RangeListSet{many.data(), many.data() + many.size()}), kDefaultCap);
+    EXPECT_EQ(int4Selectivity(none, RangeListSet{&one, &one}), 0.0);
+    EXPECT_EQ(packedSelectivity<Model>(none, nullptr, PackedTest::Meets, &one, &one + 1), kDefaultOverlapSelectivity);
+}
+
+// Packed ranges: lower bounds spread over [0, 1000000), widths mostly short
+// with a tail up to 20000, and 10% one heavy range.
+struct PackedPopulation {
+    std::vector<int64_t> values;
+    Stats stats;
+    Model model;
+    PackedPopulation() {
+        std::mt19937 rng(11);
+        for (int i = 0; i < 200000; ++i) {
+            if (i % 10 == 0) {
+                values.push_back(packRange(500000, 500100));
+                continue;
+            }
+            const int32_t lower = static_cast<int32_t>(rng() % 1000000);
+            const double u = std::uniform_real_distribution<double>(0, 1)(rng);
+            values.push_back(packRange(lower, lower + static_cast<int32_t>(u * u * u * u * 20000)));
+        }
+        stats = analyze(values, 0.01);
+        EXPECT_TRUE(model.build(stats.bounds.data(), static_cast<int>(stats.bounds.size())));
+    }
+    double actual(PackedTest test, const std::vector<RangeInt>& q) const {
+        return truth(values, [&](int64_t p) {
+            const int32_t l = qn::pgRangeArray::packedLower(p), u = qn::pgRangeArray::packedUpper(p);
+            switch (test) {
+                case PackedTest::Meets: return qn::pgRangeArray::rangeOverlapsList(l, u, q.data(), q.data() + q.size());
+                case PackedTest::LiesIn: return l >= q[0].lower && u <= q[0].upper;
+                case PackedTest::Contains: return l <= q[0].lower && u >= q[0].upper;
+            }
+            return false;
+        });
+    }
+};
+
+TEST(Selectivity, PackedRangesAgainstTheirTrueFractions) {
+    const PackedPopulation p;
+    ASSERT_EQ(p.stats.mcv.size(), 1u);
+    struct Case {
+        PackedTest test;
+        std::vector<RangeInt> q;
+    };
+    std::vector<Case> cases = {
+        {PackedTest::Meets, {{201000, 201999}}},      {PackedTest::Meets, {{0, 499999}}},
+        {PackedTest::Meets, {{500050, 500050}}},      {PackedTest::Contains, {{700000, 700000}}},
+        {PackedTest::Contains, {{300000, 300500}}},   {PackedTest::LiesIn, {{0, 299999}}},
+        {PackedTest::LiesIn, {{400000, 600000}}},     {PackedTest::Contains, {{500000, 500100}}},
+    };
+    Case many{PackedTest::Meets, {}};
+    for (int32_t v = 0; v < 1000000; v += 10000) many.q.push_back({v, v + 499});
+    cases.push_back(many);
+    for (const Case& c : cases) {
+        const double actual = p.actual(c.test, c.q);
+        const double estimate = packedSelectivity(p.stats.column, &p.model, c.test, c.q.data(), c.q.data() + c.q.size());
+        EXPECT_NEAR(estimate, actual, 0.25 * actual + 0.0005)
+            << static_cast<int>(c.test) << " " << c.q[0].lower << ".." << c.q[0].upper << " x" << c.q.size();
+    }
+}
+
+// The closed form used inside one bucket equals the model's sum.
+TEST(Selectivity, PackedInsideClosedFormEqualsTheSum) {
+    const PackedPopulation p;
+    std::mt19937 rng(5);
+    for (int i = 0; i < 2000; ++i) {
+        const int64_t a = rng() % 1000000, b = a + rng() % (i % 2 ? 200 : 30000);
+        const double fb = p.model.atMost(b);
+        double sum = 0;
+        for (int k = 0; k < p.model.widthCount(); ++k)
+            if (p.model.width(k) <= b - a)
+                sum += p.model.weight(k) * std::max(0.0, fb - p.model.atMost(a + p.model.width(k) - 1));
+        ASSERT_NEAR(p.model.inside(a, b), sum, 1e-12) << a << ".." << b;
+    }
+}
+
+TEST(Selectivity, JoinShares) {
+    const double s[] = {0.5, 1.0, 0.0}, w[] = {0.5, 0.25, 0.25};
+    EXPECT_DOUBLE_EQ(joinSelectivity(JoinShare::Pairs, s, w, 3, 1), 0.5);
+    // Outer rows: with 4 inner rows, one of them is the certain match.
+    EXPECT_NEAR(joinSelectivity(JoinShare::OuterRows, s, w, 3, 4), 1.0, 1e-9);
+    // Sampled rows: 4 inner rows each matching half the time, and a certain match.
+    EXPECT_NEAR(joinSelectivity(JoinShare::SampledRows, s, w, 3, 4), 0.5 * (1 - 0.0625) + 0.25, 1e-9);
+}
+
+}  // namespace
