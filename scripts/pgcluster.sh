@@ -70,7 +70,15 @@ full_page_writes = off
 max_worker_processes = 8
 max_parallel_workers = 8
 CONF
-    as_server_user "$stage$bindir/pg_ctl" -D "$stage/run/data" -l "$stage/run/server.log" -w -t 60 start >/dev/null \
+    # KELVARN_PG_WRAPPER (e.g. "valgrind --tool=memcheck"): the server, not initdb, runs under it.
+    local timeout=60
+    if [ -n "${KELVARN_PG_WRAPPER:-}" ]; then
+        mv "$stage$bindir/postgres" "$stage$bindir/postgres.bin"
+        printf '#!/bin/sh\nexec %s "$(dirname "$0")/postgres.bin" "$@"\n' "$KELVARN_PG_WRAPPER" > "$stage$bindir/postgres"
+        chmod 755 "$stage$bindir/postgres"
+        timeout=1200
+    fi
+    as_server_user "$stage$bindir/pg_ctl" -D "$stage/run/data" -l "$stage/run/server.log" -w -t "$timeout" start >/dev/null \
         || { cat "$stage/run/server.log"; exit 1; }
     echo "$version running on socket $stage/run port $PORT (server user $SERVER_USER)"
 }

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the system packages the project builds and tests with on Debian 12:
-# cmake, g++ and GoogleTest, and for each PostgreSQL major asked for (default:
+# cmake, g++, GoogleTest, clang 14 with its runtime libraries (libFuzzer and the
+# sanitizers, for the fuzz targets), and for each PostgreSQL major asked for (default:
 # 13 and 15) its server and its server development files, the latter at exactly
 # the version of the installed server. PostgreSQL 15 is Debian 12's own;
 # PostgreSQL 13 comes from Debian 11 "bullseye".
@@ -11,7 +12,7 @@ set -euo pipefail
 
 MAJORS=("$@")
 [ "${#MAJORS[@]}" -gt 0 ] || MAJORS=(13 15)
-BASE_PACKAGES=(cmake g++ make libgtest-dev)
+BASE_PACKAGES=(cmake g++ make libgtest-dev clang-14 libclang-rt-14-dev)
 SOURCE_FILE=/etc/apt/sources.list.d/kelvarn-bullseye.sources
 PIN_FILE=/etc/apt/preferences.d/kelvarn-bullseye
 NO_MAIN_CLUSTER=/etc/postgresql-common/createcluster.d/kelvarn-no-main-cluster.conf

@@ -142,6 +142,10 @@ SELECT * FROM pg_temp.check('partition-wise, parallel', '{partial}', pg_temp.que
 SET max_parallel_workers_per_gather = 0;
 SELECT * FROM pg_temp.check('partition-wise', '{partial}', pg_temp.query('{partial}', false, 'agg_rows', 'grp'),
                             '{"Partial HashAggregate",Append,agg_rows_2}');
+-- Partial states whose first rows fixed other output forms refuse to combine.
+\i sql/include/errors.psql
+SELECT pg_temp.try($$SELECT grp / 2, int4set_agg(v, CASE part WHEN 0 THEN 'r' ELSE 's' END::"char")
+                     FROM agg_rows WHERE part < 2 GROUP BY grp / 2$$) AS other_forms;
 RESET enable_partitionwise_aggregate;
 
 -- Grouping sets: each group twice from one pass, by grp and by (grp, label),

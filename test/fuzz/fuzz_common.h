@@ -1,0 +1,269 @@
+// Shared by the libFuzzer targets: a reader that turns the fuzzer's bytes into
+// values, decoders of range lists (normalised by construction, or raw), exactly
+// sized heap copies (so AddressSanitizer sees any read past a value), and the
+// plain models the kernels are checked against: a set of integers held as
+// canonical int64 intervals, and a bit vector.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "qnPgRangeArray.h"
+#include "quenloPgBitField.h"
+
+namespace fz {
+
+using R = qn::pgRangeArray::Range<int32_t>;
+using RV = qn::pgRangeArray::RangeVector<int32_t, malloc, free>;
+using IV = qn::pg::tVector<int32_t, malloc, free>;
+
+// A finding: prints what failed and aborts, which libFuzzer reports with the input.
+[[noreturn]] inline void fail(const char* what, const char* file, int line) {
+    std::fprintf(stderr, "fuzz check failed at %s:%d: %s\n", file, line, what);
+    std::abort();
+}
+#define FZ_CHECK(cond)                                    \
+    do {                                                  \
+        if (!(cond)) fz::fail(#cond, __FILE__, __LINE__); \
+    } while (0)
+
+// Consumes the input front to back; past its end every read gives zeros.
+class Reader {
+public:
+    Reader(const uint8_t* data, size_t size) : p_(data), end_(data + size) {}
+
+    size_t remaining() const { return static_cast<size_t>(end_ - p_); }
+    bool empty() const { return p_ == end_; }
+
+    uint8_t u8() { return p_ != end_ ? *p_++ : 0; }
+    uint16_t u16() { return static_cast<uint16_t>(u8() | (u8() << 8)); }
+    uint32_t u32() {
+        uint32_t v = 0;
+        for (int i = 0; i < 4; ++i) v |= static_cast<uint32_t>(u8()) << (8 * i);
+        return v;
+    }
+    int32_t i32() { return static_cast<int32_t>(u32()); }
+    uint64_t u64() { return u32() | (uint64_t{u32()} << 32); }
+
+    // The next n bytes (fewer at the end of the input).
+    std::vector<uint8_t> bytes(size_t n) {
+        n = std::min(n, remaining());
+        std::vector<uint8_t> v(p_, p_ + n);
+        p_ += n;
+        return v;
+    }
+
+    // Little-endian int32 words: n of them, or all that are left when n is larger.
+    std::vector<int32_t> words(size_t n) {
+        n = std::min(n, remaining() / 4);
+        std::vector<int32_t> v(n);
+        for (auto& w : v) w = i32();
+        return v;
+    }
+
+private:
+    const uint8_t* p_;
+    const uint8_t* end_;
+};
+
+// A heap buffer of exactly the given bytes: a read one byte past it is an ASan report.
+struct ExactBuffer {
+    std::unique_ptr<uint8_t[]> data;
+    size_t size;
+
+    explicit ExactBuffer(const std::vector<uint8_t>& bytes)
+        : data(new uint8_t[bytes.empty() ? 1 : bytes.size()]), size(bytes.size()) {
+        if (size) std::memcpy(data.get(), bytes.data(), size);
+    }
+    uint8_t* get() { return size ? data.get() : nullptr; }
+};
+
+// int32 words in a heap array of exactly their number.
+struct ExactWords {
+    std::unique_ptr<int32_t[]> data;
+    size_t count;
+
+    explicit ExactWords(const std::vector<int32_t>& w) : data(new int32_t[w.empty() ? 1 : w.size()]), count(w.size()) {
+        if (count) std::memcpy(data.get(), w.data(), count * sizeof(int32_t));
+    }
+    const int32_t* begin() const { return data.get(); }
+    const int32_t* end() const { return data.get() + count; }
+    const R* rangesBegin() const { return reinterpret_cast<const R*>(data.get()); }
+    const R* rangesEnd() const { return rangesBegin() + count / 2; }
+};
+
+inline std::vector<int32_t> flatten(const std::vector<R>& list) {
+    std::vector<int32_t> w;
+    for (const R& r : list) {
+        w.push_back(r.lower);
+        w.push_back(r.upper);
+    }
+    return w;
+}
+
+// ---------------------------------------------------------------------------
+// Range lists from the input.
+
+// A normalised list: a start anywhere on the int32 line, then gaps and lengths
+// scaled by a per-list factor, so lists reach from dense runs of single values
+// to ranges that span most of the line. Stops before a bound would pass INT32_MAX.
+inline std::vector<R> normalisedList(Reader& in, size_t maxRanges) {
+    static constexpr int64_t kScales[4] = {1, 97, 65537, 16777259};
+    const uint8_t head = in.u8();
+    const int64_t scale = kScales[head & 3];
+    const size_t n = std::min<size_t>(in.u8(), maxRanges);
+    int64_t next = (head & 4) ? int64_t{INT32_MIN} + in.u8() : int64_t{in.i32()};
+    std::vector<R> list;
+    for (size_t i = 0; i < n && !in.empty(); ++i) {
+        const uint8_t g = in.u8(), l = in.u8();
+        const int64_t lower = next + (g & 0x80 ? (g & 0x7f) * scale : g);
+        const int64_t upper = lower + (l & 0x80 ? (l & 0x7f) * scale : l);
+        if (upper > INT32_MAX) break;
+        list.push_back(R{static_cast<int32_t>(lower), static_cast<int32_t>(upper)});
+        next = upper + 2;
+    }
+    return list;
+}
+
+// Arbitrary pairs: unsorted, overlapping, inverted, anything.
+inline std::vector<R> rawList(Reader& in, size_t maxRanges) {
+    const size_t n = std::min<size_t>(in.u8(), maxRanges);
+    std::vector<R> list;
+    for (size_t i = 0; i < n && in.remaining() >= 8; ++i) {
+        const int32_t lower = in.i32();
+        list.push_back(R{lower, in.i32()});
+    }
+    return list;
+}
+
+// One of the two, by a selector byte: mostly normalised.
+inline std::vector<R> someList(Reader& in, size_t maxRanges, bool& normalised) {
+    normalised = in.u8() % 4 != 0;
+    return normalised ? normalisedList(in, maxRanges) : rawList(in, maxRanges);
+}
+
+inline bool isNormalised(const R* first, const R* last) {
+    for (const R* r = first; r != last; ++r) {
+        if (r->lower > r->upper) return false;
+        if (r != first && int64_t{r->lower} < int64_t{r[-1].upper} + 2) return false;
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// The set model: canonical int64 intervals (sorted, disjoint, not adjacent).
+
+using Interval = std::pair<int64_t, int64_t>;
+using Intervals = std::vector<Interval>;
+
+// The members of a list of ranges as canonical intervals; inverted ranges hold nothing.
+inline Intervals canonical(const R* first, const R* last) {
+    Intervals v;
+    for (; first != last; ++first)
+        if (first->lower <= first->upper) v.emplace_back(first->lower, first->upper);
+    std::sort(v.begin(), v.end());
+    Intervals out;
+    for (const Interval& i : v) {
+        if (!out.empty() && i.first <= out.back().second + 1)
+            out.back().second = std::max(out.back().second, i.second);
+        else
+            out.push_back(i);
+    }
+    return out;
+}
+inline Intervals canonical(const std::vector<R>& list) { return canonical(list.data(), list.data() + list.size()); }
+inline Intervals canonical(const RV& list) { return canonical(list.begin(), list.end()); }
+
+inline bool contains(const Intervals& s, int64_t v) {
+    auto it = std::upper_bound(s.begin(), s.end(), Interval{v, INT64_MAX});
+    return it != s.begin() && std::prev(it)->second >= v;
+}
+
+enum class SetOp { Union = 1, Intersection = 2, Exclusion = 3 };
+
+// a OP b, decided per elementary segment between the bounds of both sets.
+inline Intervals setOp(SetOp op, const Intervals& a, const Intervals& b) {
+    std::vector<int64_t> cuts;
+    for (const Intervals* s : {&a, &b})
+        for (const Interval& i : *s) {
+            cuts.push_back(i.first);
+            cuts.push_back(i.second + 1);
+        }
+    std::sort(cuts.begin(), cuts.end());
+    cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
+    Intervals out;
+    for (size_t k = 0; k + 1 < cuts.size(); ++k) {
+        const bool inA = contains(a, cuts[k]), inB = contains(b, cuts[k]);
+        const bool keep = op == SetOp::Union ? inA || inB : op == SetOp::Intersection ? inA && inB : inA && !inB;
+        if (!keep) continue;
+        if (!out.empty() && out.back().second + 1 == cuts[k])
+            out.back().second = cuts[k + 1] - 1;
+        else
+            out.emplace_back(cuts[k], cuts[k + 1] - 1);
+    }
+    return out;
+}
+
+// A list read back as intervals, exactly as it stands (no merging): equal to the
+// model only when the list is itself canonical.
+inline Intervals asIntervals(const R* first, const R* last) {
+    Intervals v;
+    for (; first != last; ++first) v.emplace_back(first->lower, first->upper);
+    return v;
+}
+inline Intervals asIntervals(const RV& list) { return asIntervals(list.begin(), list.end()); }
+
+// The same ranges, bound for bound.
+inline bool sameList(const RV& a, const RV& b) {
+    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(R)) == 0);
+}
+
+// The bounds of all the lists lie within INT32_MAX of each other: then no
+// difference of two bounds wraps in 32 bits, and the kernels' deliberate
+// wrap-around never comes into play.
+inline bool withinOneSpan(std::initializer_list<const std::vector<R>*> lists) {
+    int64_t lo = INT64_MAX, hi = INT64_MIN;
+    for (const auto* l : lists)
+        for (const R& r : *l) {
+            lo = std::min<int64_t>({lo, r.lower, r.upper});
+            hi = std::max<int64_t>({hi, r.lower, r.upper});
+        }
+    return lo > hi || hi - lo <= INT32_MAX;
+}
+
+// Expansions into members are checked member by member up to this many.
+constexpr uint64_t kMaxExpanded = 1u << 16;
+
+// out holds the members of [first, last), range by range (an inverted range
+// holds none), and exactly `count` of them.
+inline bool holdsMembers(const R* first, const R* last, const int32_t* out, uint64_t count) {
+    uint64_t k = 0;
+    for (; first != last; ++first)
+        for (int64_t v = first->lower; v <= first->upper; ++v)
+            if (k >= count || out[k++] != v) return false;
+    return k == count;
+}
+
+// ---------------------------------------------------------------------------
+// The bit buffer as the server has it: a failure does not return (here it
+// throws), and the allocator refuses what it would not give (here above 1 MB).
+
+struct BufferFailure {
+    qn::bitfield::BitBufferError error;
+};
+inline void failBuffer(qn::bitfield::BitBufferError e) { throw BufferFailure{e}; }
+inline void* cappedAlloc(size_t bytes) { return bytes > (1u << 20) ? nullptr : malloc(bytes); }
+using Buffer = qn::bitfield::BitBuffer<cappedAlloc, free, failBuffer>;
+
+// ---------------------------------------------------------------------------
+// The bit model: bit p of a bit string, most significant bit of each byte first.
+
+inline bool bitAt(const uint8_t* bits, uint64_t p) { return (bits[p >> 3] >> (7 - (p & 7))) & 1; }
+
+}  // namespace fz
