@@ -6,14 +6,8 @@ set -euo pipefail
 # shellcheck source=scripts/lib.sh
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-major=$DEFAULT_MAJOR
-if [ "${1:-}" = "--major" ]; then
-    major=${2:?--major needs a version}
-    shift 2
-fi
-check_major "$major"
-
-prepare_module "$major"
+take_major_option "$@"
+shift "$MAJOR_ARGS"
 start_throwaway_cluster "$major" bench
 "$PG_BINDIR/psql" -X -q -c "CREATE EXTENSION kelvarn_range_operators"
 [ $# -gt 0 ] || set -- "$KELVARN_ROOT"/bench/*.sql

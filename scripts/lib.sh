@@ -35,6 +35,20 @@ installed_majors() {
     done
 }
 
+# For the scripts that take "[--major N] ...": sets `major` from a leading
+# "--major N" (default DEFAULT_MAJOR), checks it and builds its module. The
+# caller then drops the option with: shift "$MAJOR_ARGS".
+take_major_option() {
+    major=$DEFAULT_MAJOR
+    MAJOR_ARGS=0
+    if [ "${1:-}" = "--major" ]; then
+        major=${2:?--major needs a version}
+        MAJOR_ARGS=2
+    fi
+    check_major "$major"
+    prepare_module "$major"
+}
+
 # Installs what is missing for major $1 and builds its module.
 prepare_module() {
     local major=$1

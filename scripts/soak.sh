@@ -27,13 +27,8 @@ if [ "${1:-}" = "--cluster" ]; then
     bindir=$3
     shift 3
 else
-    major=$DEFAULT_MAJOR
-    if [ "${1:-}" = "--major" ]; then
-        major=${2:?--major needs a version}
-        shift 2
-    fi
-    check_major "$major"
-    prepare_module "$major"
+    take_major_option "$@"
+    shift "$MAJOR_ARGS"
     start_throwaway_cluster "$major" soak
     bindir=$PG_BINDIR
     SOAK_OUT=${SOAK_OUT:-$(major_build_dir "$major")/soak}

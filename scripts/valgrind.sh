@@ -12,13 +12,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 . "$root/scripts/lib.sh"
 command -v valgrind >/dev/null || { echo "valgrind.sh: valgrind is not installed (apt-get install valgrind)" >&2; exit 1; }
 
-major=$DEFAULT_MAJOR
-if [ "${1:-}" = "--major" ]; then
-    major=${2:?--major needs a version}
-    shift 2
-fi
-check_major "$major"
-prepare_module "$major"
+take_major_option "$@"
+shift "$MAJOR_ARGS"
 out=$(major_build_dir "$major")/valgrind
 rm -rf "$out"
 mkdir -p "$out"
