@@ -8,7 +8,8 @@ of its tests fails. The source is restored after each fault, whatever happens.
 
     inject.py BUILD_DIR FAULTS_FILE NAME=REGEX [NAME=REGEX ...]
 
-FAULTS_FROM=N starts at the N-th fault (from 1), to resume a run. A suite stops at
+FAULTS_FROM=N starts at the N-th fault (from 1), to resume a run. FAULTS_CLEAN=DIR
+is removed before each fault (e.g. a fuzz corpus grown by the previous one). A suite stops at
 its first failing test: whether it catches a fault is all that is counted.
 
 e.g. inject.py build bench/faults/faults.txt 'unit=^(?!regress|pg_cluster)' 'sql=^regress'
@@ -21,6 +22,7 @@ Fault file blocks, separated by blank lines:
 """
 import os
 import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -77,6 +79,8 @@ def main():
         if original.count(fault["old"]) != 1:
             print(f"{fault['id']:34}does not apply ({original.count(fault['old'])} matches)")
             continue
+        if os.environ.get("FAULTS_CLEAN"):
+            shutil.rmtree(os.environ["FAULTS_CLEAN"], ignore_errors=True)
         try:
             open(path, "w", encoding="utf-8").write(original.replace(fault["old"], fault["new"]))
             if not run(["cmake", "--build", build, "-j2"], ROOT, 900):
