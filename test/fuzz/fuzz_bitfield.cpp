@@ -4,7 +4,8 @@
 // - the reader accepts exactly the values of the format (empty at any length,
 //   otherwise whole 64-bit words of bits) and never points past the value;
 // - value and run tests equal the bit model; set tests on sorted sets equal it
-//   too (overlap always, inclusion where it is a bit-per-member question);
+//   too (overlap always, inclusion where it is a bit-per-member question or a
+//   member lies outside the span);
 // - a set whose bitfield is built has exactly its members' bits set, nothing
 //   past the span, and the value reads back;
 // - the bit buffer keeps its bytes through reserve and resize, fills new bytes,
@@ -173,9 +174,14 @@ void readAndTest(Reader& in) {
             if (inclusion && l == u) expected = expected && allSet(l, u);
             if (!inclusion) expected = expected || anySet(l, u);
         }
-        bool singles = true;
-        for (const auto& [l, u] : runs) singles = singles && l == u;
+        bool singles = true, outside = false;
+        for (const auto& [l, u] : runs) {
+            singles = singles && l == u;
+            outside = outside || l < min || u > max;
+        }
         if (!inclusion || singles) FZ_CHECK(result == expected);
+        // A member outside the span is never included, whatever the bytes hold.
+        if (inclusion && outside) FZ_CHECK(!result);
     }
 }
 
