@@ -1,6 +1,5 @@
 -- int4set_agg in one backend: each row form into each output form, the first row
--- fixing the forms, the rows that are skipped, the empty result, the errors, and
--- random inputs checked against the same set computed in plain SQL.
+-- fixing the forms, the rows that are skipped, the empty result and the errors.
 \i sql/include/errors.psql
 
 -- Values, bounds and arrays of each form, into each output form.
@@ -57,36 +56,3 @@ SELECT int4set_agg(lo, hi, 'm') AS full_span_count_wraps FROM (VALUES (-21474836
 SELECT int4set_agg(v, 'r' ORDER BY ord) AS top_value_first
 FROM (VALUES (1, 1), (2, 5), (3, 2147483647)) t(ord, v);
 
--- Random rows in random order, many groups: the 's' result is the sorted distinct
--- members and the 'r' result their runs, computed here in plain SQL.
-\i sql/include/hash_random.psql
-CREATE TEMP TABLE vals AS
-SELECT g % 41 AS grp, hashint4(g) % 1500 AS v
-FROM generate_series(1, 20000) g ORDER BY pg_temp.rnd(1, g);
-INSERT INTO vals SELECT 41, v FROM generate_series(-2147483648, -2147483640) v;
-INSERT INTO vals SELECT 41, v FROM generate_series(2147483600, 2147483646, 3) v;
-CREATE TEMP VIEW expected_runs AS
-SELECT grp, array_agg(b ORDER BY lo, b) AS r
-FROM (SELECT grp, min(v) AS lo, unnest(ARRAY[min(v), max(v)]) AS b
-      FROM (SELECT DISTINCT grp, v, v::int8 - dense_rank() OVER (PARTITION BY grp ORDER BY v) AS island FROM vals) d
-      GROUP BY grp, island) i
-GROUP BY grp;
-SELECT count(*) AS groups,
-       count(*) FILTER (WHERE s = (SELECT array_agg(DISTINCT v ORDER BY v) FROM vals w WHERE w.grp = a.grp)) AS s_ok,
-       count(*) FILTER (WHERE r = (SELECT e.r FROM expected_runs e WHERE e.grp = a.grp)) AS r_ok
-FROM (SELECT grp, int4set_agg(v, 's') AS s, int4set_agg(v, 'r') AS r FROM vals GROUP BY grp) a;
-
--- The same members arriving as sets, range arrays and mix arrays of a few rows
--- each give what the value rows give (mix arrays hold members from 0 up).
-CREATE TEMP TABLE chunk_sets AS
-SELECT grp, chunk, array_agg(DISTINCT v ORDER BY v) AS s
-FROM (SELECT grp, v, row_number() OVER (PARTITION BY grp ORDER BY pg_temp.rnd(2, v, grp), v) % 17 AS chunk
-      FROM vals WHERE v >= 0) c
-GROUP BY grp, chunk ORDER BY pg_temp.rnd(3, grp, chunk);
-SELECT count(*) AS groups, count(*) FILTER (WHERE from_s = expected AND from_r = expected AND from_m = expected) AS all_forms_ok
-FROM (SELECT grp, int4set_agg('s', s, 'r') AS from_s, int4set_agg('r', r, 'r') AS from_r, int4set_agg('m', m, 'r') AS from_m
-      FROM (SELECT grp, s, (SELECT int4set_agg(x, 'r') FROM unnest(s) x) AS r,
-                   (SELECT int4set_agg(x, 'm') FROM unnest(s) x) AS m
-            FROM chunk_sets) c
-      GROUP BY grp) a
-JOIN (SELECT grp, int4set_agg(v, 'r') AS expected FROM vals WHERE v >= 0 GROUP BY grp) e USING (grp);

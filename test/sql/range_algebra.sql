@@ -1,5 +1,5 @@
 -- Union, intersection and exclusion of range arrays through SQL: a few known
--- answers (the random comparison with plain SQL is in range_model), the null
+-- answers (the kernels are compared with a model by the fuzz targets), the null
 -- rules, the shapes that read as empty, and the odd-length error.
 \i sql/include/errors.psql
 

@@ -1,5 +1,5 @@
 -- Overlap and strict inclusion of range arrays: boundary cases (the random
--- comparison with plain SQL is in range_model), null rules and empty shapes.
+-- comparison with a model is in the fuzz targets), null rules and empty shapes.
 SELECT qn_int4range_is_overlap('{1,3}', '{4,6}') AS adjacent,
        qn_int4range_is_overlap('{1,3}', '{3,6}') AS shared_bound,
        qn_int4range_is_overlap('{1,3,10,20}', '{4,9,15,15}') AS later_pair,

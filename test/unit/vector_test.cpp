@@ -1,4 +1,4 @@
-// Growth, bulk copy and failure reporting of qn::pg::tVector.
+// Failure reporting of qn::pg::tVector: out of memory and unrepresentable sizes.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -31,38 +31,6 @@ void budgetFree(void* p) {
 using BudgetVec = qn::pg::tVector<int, budgetAlloc, budgetFree>;
 
 std::vector<int> contents(const IntVec& v) { return std::vector<int>(v.begin(), v.end()); }
-
-// Capacity doubles from the hint (1 for none or 0) only when exceeded; resize,
-// clear and append keep the buffer and the elements; swap exchanges everything.
-TEST(VectorGrowth, DoublesOnlyWhenExceededAndKeepsElements) {
-    IntVec v(0);
-    std::vector<uint64_t> caps;
-    for (int i = 0; i < 5; ++i) {
-        v.push_back(i);
-        caps.push_back(v.capacity());
-    }
-    EXPECT_EQ(caps, (std::vector<uint64_t>{1, 2, 4, 4, 8}));
-    const int src[] = {5, 6, 7, 8};
-    v.append(src, src);  // empty span
-    v.append(src, src + 4);
-    EXPECT_EQ(contents(v), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_EQ(v.capacity(), 16u);
-    int* data = v.data();
-    EXPECT_TRUE(v.resize(3));
-    EXPECT_TRUE(v.resize(5));  // regrowing within capacity keeps the old elements
-    v.clear();
-    EXPECT_TRUE(v.resize(2));
-    EXPECT_EQ(contents(v), (std::vector<int>{0, 1}));
-    EXPECT_EQ(v.data(), data);
-
-    IntVec big(1024);
-    for (int i = 0; i < 1025; ++i) big.push_back(i);
-    EXPECT_EQ(big.capacity(), 2048u);
-    for (int i = 0; i < 1025; ++i) ASSERT_EQ(big[i], i) << "element " << i << " lost during growth";
-    big.swap(v);
-    EXPECT_EQ(std::make_pair(big.size(), v.size()), std::make_pair(uint64_t{2}, uint64_t{1025}));
-    EXPECT_EQ(std::make_pair(big.data(), big.capacity()), std::make_pair(data, uint64_t{16}));
-}
 
 TEST(VectorFailure, OutOfMemoryInConstructorAndGrowth) {
     gLive = gFrees = 0;
