@@ -77,28 +77,38 @@ Range<int32_t>* mergeRuns(Range<int32_t>* data, Range<int32_t>* scratch, uint64_
     }
 }
 
-// Stable LSD radix sort on the lower bound (flipped sign bit, so that unsigned
-// order is signed order), 11 bits a pass, between data and scratch; a pass whose
-// digit is the same for every range is skipped. Returns the buffer that holds
-// the result.
+}  // namespace detail
+
+// Stable LSD radix sort of data[0, n) by lower bound, n < 2^32: digits of 11, 11
+// and 10 bits of the lower bound with its sign bit flipped (so that the digits'
+// unsigned order is the bounds' signed order), all counted in one scan; a digit
+// that every key shares is skipped. `scratch` has room for n ranges; returns the
+// buffer that holds the result. Calls poll() after every million or so ranges moved.
 template <typename Poll>
-Range<int32_t>* radixSort(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n, Poll& poll) {
-    constexpr int kBits = 11;
-    constexpr uint32_t kBuckets = 1u << kBits;
+Range<int32_t>* radixSortByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n, Poll&& poll) {
+    constexpr int kDigits = 3;
+    constexpr int kShift[kDigits] = {0, 11, 22};
+    constexpr uint32_t kMask[kDigits] = {2047, 2047, 1023};
     auto key = [](const Range<int32_t>& r) { return static_cast<uint32_t>(r.lower) ^ 0x80000000u; };
-    for (int shift = 0; shift < 32; shift += kBits) {
-        uint64_t offsets[kBuckets] = {};
-        for (uint64_t i = 0; i < n; ++i) ++offsets[(key(data[i]) >> shift) & (kBuckets - 1)];
-        if (offsets[(key(data[0]) >> shift) & (kBuckets - 1)] == n) continue;
-        uint64_t total = 0;
-        for (uint64_t& offset : offsets) {
-            const uint64_t count = offset;
-            offset = total;
-            total += count;
+    uint32_t counts[kDigits][2048] = {};
+    for (uint64_t i = 0; i < n; ++i) {
+        const uint32_t k = key(data[i]);
+        ++counts[0][k & kMask[0]];
+        ++counts[1][(k >> kShift[1]) & kMask[1]];
+        ++counts[2][k >> kShift[2]];
+    }
+    for (int d = 0; d < kDigits; ++d) {
+        uint32_t* const count = counts[d];
+        if (count[(key(data[0]) >> kShift[d]) & kMask[d]] == n) continue;  // one digit for all
+        uint32_t offset = 0;
+        for (uint32_t digit = 0; digit <= kMask[d]; ++digit) {
+            const uint32_t c = count[digit];
+            count[digit] = offset;
+            offset += c;
         }
         for (uint64_t i = 0; i < n;) {
-            const uint64_t stop = n - i > kPollEvery ? i + kPollEvery : n;
-            for (; i < stop; ++i) scratch[offsets[(key(data[i]) >> shift) & (kBuckets - 1)]++] = data[i];
+            const uint64_t stop = n - i > detail::kPollEvery ? i + detail::kPollEvery : n;
+            for (; i < stop; ++i) scratch[count[(key(data[i]) >> kShift[d]) & kMask[d]]++] = data[i];
             poll();
         }
         Range<int32_t>* const sorted = scratch;
@@ -107,8 +117,6 @@ Range<int32_t>* radixSort(Range<int32_t>* data, Range<int32_t>* scratch, uint64_
     }
     return data;
 }
-
-}  // namespace detail
 
 // Sorts data[0, n) by lower bound, using scratch (room for n) as the second
 // buffer, and returns the buffer that holds the result. A sorted input costs one
@@ -122,7 +130,7 @@ Range<int32_t>* sortByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint6
     for (uint64_t i = 0; i < n && runs <= kMergedRuns; ++runs) i = ascendingRunEnd(data, i, n);
     if (runs <= 1) return data;
     if (runs <= kMergedRuns) return detail::mergeRuns(data, scratch, n, poll);
-    return detail::radixSort(data, scratch, n, poll);
+    return radixSortByLower(data, scratch, n, poll);
 }
 
 // Writes the normalised form of [first, last), sorted by lower bound, to out:

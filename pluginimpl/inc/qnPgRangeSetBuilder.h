@@ -14,48 +14,20 @@ static_assert(false, "qnPgRangeSetBuilder.h must not see server headers: include
 #include <cstring>
 
 #include "qnPgRangeArray.h"
+#include "qnPgRangeNormalise.h"
 
 namespace qn::pgRangeArray {
 
-// Sorts the n ranges of `data` by lower bound (ranges with equal lowers in no
-// particular order): an LSD radix sort over the lower bound in digits of 11, 11
-// and 10 bits, the sign bit flipped so that the digits' unsigned order is the
-// bounds' signed order. A digit that every key shares is skipped. `scratch` has
-// room for n ranges; the sorted ranges end up in `data` or in `scratch`,
-// whichever is returned. Short spans, where clearing the digit counts would cost
-// more than the sort, go to std::sort.
-inline Range<int32_t>* sortByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n) {
-    using R = Range<int32_t>;
+// Sorts a batch of n ranges by lower bound: std::sort for short batches, where
+// clearing the digit counts would cost more than the sort (and batches beyond
+// the radix sort's 2^32), else the radix sort; returns the buffer (data or
+// scratch, room for n) that holds the result.
+inline Range<int32_t>* sortBatchByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n) {
     if (n < 256 || n > UINT32_MAX) {
-        std::sort(data, data + n, [](const R& a, const R& b) { return a.lower < b.lower; });
+        std::sort(data, data + n, [](const Range<int32_t>& a, const Range<int32_t>& b) { return a.lower < b.lower; });
         return data;
     }
-    constexpr int kDigits = 3;
-    constexpr int kShift[kDigits] = {0, 11, 22};
-    constexpr uint32_t kMask[kDigits] = {2047, 2047, 1023};
-    auto key = [](const R& r) { return static_cast<uint32_t>(r.lower) ^ 0x80000000u; };
-    uint32_t counts[kDigits][2048] = {};
-    for (uint64_t i = 0; i < n; ++i) {
-        const uint32_t k = key(data[i]);
-        ++counts[0][k & kMask[0]];
-        ++counts[1][(k >> kShift[1]) & kMask[1]];
-        ++counts[2][k >> kShift[2]];
-    }
-    R* from = data;
-    R* to = scratch;
-    for (int d = 0; d < kDigits; ++d) {
-        uint32_t* const count = counts[d];
-        if (count[(key(from[0]) >> kShift[d]) & kMask[d]] == n) continue;  // one digit for all
-        uint32_t offset = 0;
-        for (uint32_t digit = 0; digit <= kMask[d]; ++digit) {
-            const uint32_t c = count[digit];
-            count[digit] = offset;
-            offset += c;
-        }
-        for (uint64_t i = 0; i < n; ++i) to[count[(key(from[i]) >> kShift[d]) & kMask[d]]++] = from[i];
-        std::swap(from, to);
-    }
-    return from;
+    return radixSortByLower(data, scratch, n, [] {});
 }
 
 // Accumulates ranges into a range list; the list is exactly what one
@@ -114,7 +86,7 @@ struct RangeSetBuilder {
         const uint64_t n = pending.size();
         if (n == 0) return;
         if (!scratch.resize(n)) return;  // reported by the vector
-        const R* b = sortByLower(pending.data(), scratch.data(), n);
+        const R* b = sortBatchByLower(pending.data(), scratch.data(), n);
         const R* const bEnd = b + n;
         const R* a = ranges.begin();
         const R* const aEnd = ranges.end();
