@@ -1,7 +1,7 @@
 // rangeArrayInsert and the set builder. Ranges arrive in any order and shape:
 // from the input as they are, clustered around a start with overlaps and
 // neighbours, or thousands at a time from a generator the input seeds (so that
-// the builder's batches fill and merge). Checks:
+// a batch of pending ranges reaches the radix sort before it is merged). Checks:
 // - the builder's list, whenever it is flushed, is exactly the list that one
 //   rangeArrayInsert per range in arrival order makes (whatever the ranges,
 //   after a trusted list was assigned or not);
