@@ -147,17 +147,6 @@ TEST(Selectivity, Int4SparseValuesCountAsDistinctValues) {
     EXPECT_NEAR(int4Selectivity(s.column, RangeListSet{&wide, &wide + 1}), 0.5, 0.02);
 }
 
-TEST(Selectivity, DefaultsWithoutStatistics) {
-    const ColumnStats none;
-    const RangeInt all{INT32_MIN, INT32_MAX}, one{5, 9};
-    const std::vector<RangeInt> many(100, RangeInt{1, 1});
-    EXPECT_EQ(int4Selectivity(none, RangeListSet{&all, &all + 1}), 1.0);
-    EXPECT_EQ(int4Selectivity(none, RangeListSet{&one, &one + 1}), kDefaultPieceSelectivity);
-    EXPECT_EQ(int4Selectivity(none, RangeListSet{many.data(), many.data() + many.size()}), kDefaultCap);
-    EXPECT_EQ(int4Selectivity(none, RangeListSet{&one, &one}), 0.0);
-    EXPECT_EQ(packedSelectivity<Model>(none, nullptr, PackedTest::Meets, &one, &one + 1), kDefaultOverlapSelectivity);
-}
-
 // Packed ranges: lower bounds spread over [0, 1000000), widths mostly short
 // with a tail up to 20000, and 10% one heavy range.
 struct PackedPopulation {
@@ -228,15 +217,6 @@ TEST(Selectivity, PackedInsideClosedFormEqualsTheSum) {
                 sum += p.model.weight(k) * std::max(0.0, fb - p.model.atMost(a + p.model.width(k) - 1));
         ASSERT_NEAR(p.model.inside(a, b), sum, 1e-12) << a << ".." << b;
     }
-}
-
-TEST(Selectivity, JoinShares) {
-    const double s[] = {0.5, 1.0, 0.0}, w[] = {0.5, 0.25, 0.25};
-    EXPECT_DOUBLE_EQ(joinSelectivity(JoinShare::Pairs, s, w, 3, 1), 0.5);
-    // Outer rows: with 4 inner rows, one of them is the certain match.
-    EXPECT_NEAR(joinSelectivity(JoinShare::OuterRows, s, w, 3, 4), 1.0, 1e-9);
-    // Sampled rows: 4 inner rows each matching half the time, and a certain match.
-    EXPECT_NEAR(joinSelectivity(JoinShare::SampledRows, s, w, 3, 4), 0.5 * (1 - 0.0625) + 0.25, 1e-9);
 }
 
 }  // namespace
