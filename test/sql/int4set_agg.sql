@@ -1,5 +1,5 @@
--- int4set_agg in one backend: each row form into each output form, the first row
--- fixing the forms, the rows that are skipped, the empty result and the errors.
+-- int4set_agg in one backend: each row form into each output form, the first row fixing the forms, the rows that are
+-- skipped, the empty result and the errors.
 \i sql/include/errors.psql
 
 -- Values, bounds and arrays of each form, into each output form.
@@ -29,8 +29,7 @@ SELECT int4set_agg(form, a, out ORDER BY ord) AS read_as_first
 FROM (VALUES (1, 'r'::"char", '{1,3}'::int4[], 's'::"char"),
              (2, 's', '{10,11}', 'm')) t(ord, form, a, out);
 
--- Arrays that are not one-dimensional or hold NULLs change nothing; a bounds row
--- is taken as given, even inverted.
+-- Arrays that are not one-dimensional or hold NULLs change nothing; a bounds row is taken as given, even inverted.
 SELECT int4set_agg(form, a, 'r') AS ignored
 FROM (VALUES ('s'::"char", '{{1,2},{3,4}}'::int4[]), ('r', '{1,NULL}'), ('m', '{{1,2}}'), ('s', '{42}')) t(form, a);
 SELECT int4set_agg(lo, hi, 'r') AS inverted_kept, int4set_agg(lo, hi, 's') AS inverted_has_no_members
@@ -51,8 +50,8 @@ SELECT pg_temp.try($$SELECT int4set_agg(lo, hi, 's') FROM (VALUES (-2147483648, 
        pg_temp.try($$SELECT int4set_agg(lo, lo + 299999999, 's') FROM (VALUES (0)) t(lo)$$) AS s_beyond_array_limit;
 SELECT int4set_agg(lo, hi, 'm') AS full_span_count_wraps FROM (VALUES (-2147483648, 2147483647)) t(lo, hi);
 
--- 2147483647 is where inserting wraps ("upper + 1"): it goes to the front of the
--- list, which is then no longer ascending.
+-- 2147483647 is where inserting wraps ("upper + 1"): it goes to the front of the list, which is then no longer
+-- ascending.
 SELECT int4set_agg(v, 'r' ORDER BY ord) AS top_value_first
 FROM (VALUES (1, 1), (2, 5), (3, 2147483647)) t(ord, v);
 

@@ -2,9 +2,8 @@
 SELECT current_setting('server_version_num')::int / 10000 BETWEEN 13 AND 18 AS supported_major;
 SELECT extname, extversion FROM pg_extension WHERE extname = 'kelvarn_range_operators';
 
--- Every C function of the extension, with its null rule, volatility, parallel
--- safety and the module symbol it is bound to; the multirange functions, which
--- only servers from 14 on have, are checked in multirange.
+-- Every C function of the extension, with its null rule, volatility, parallel safety and the module symbol it is bound
+-- to; the multirange functions, which only servers from 14 on have, are checked in multirange.
 CREATE TEMP VIEW extension_functions AS
 SELECT p.*
 FROM pg_proc p
