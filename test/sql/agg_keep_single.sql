@@ -1,4 +1,4 @@
--- agg_keep_single: each type, the policy, NULL rows, TOASTed values, the serialised state, parallel plans.
+-- agg_keep_single: each type, the policy, NULL rows, TOASTed values, the serialised state.
 \i sql/include/errors.psql
 \i sql/include/plans.psql
 
@@ -46,21 +46,7 @@ SELECT grp, length(agg_keep_single(t)) AS t_length, agg_keep_single(t) = min(t) 
 FROM big GROUP BY grp ORDER BY grp;
 SELECT pg_temp.try($$SELECT agg_keep_single(t) FROM big$$) AS toasted_differ;
 
--- Parallel plans give the serial results for every kind of value, NULL groups included (the policy is not carried
--- across workers; a worker that saw no row sends no state).
-CREATE TABLE keep_rows (grp int4, v int4, f float8, t text, y bytea);
-INSERT INTO keep_rows
-SELECT g % 200, (g % 200) * 7, (g % 200) / 8.0, 'v' || g % 200, CASE WHEN g % 200 <> 5 THEN '\xbeef'::bytea END
-FROM generate_series(1, 100000) g;
-ANALYZE keep_rows;
-CREATE VIEW kept AS
-SELECT grp, agg_keep_single(v) AS v, agg_keep_single(f) AS f, agg_keep_single(t) AS t, agg_keep_single(y) AS y,
-       agg_keep_single(t, false) AS t_off
-FROM keep_rows GROUP BY grp;
-CREATE TEMP TABLE serial AS SELECT * FROM kept;
+-- TOASTed values in a parallel plan (parallel plans of other values: aggregate_plans).
 \i sql/include/force_parallel.psql
-SELECT pg_temp.plan_has($$SELECT * FROM kept$$, 'Partial') AS grouped_partial,
-       (SELECT count(*) FROM serial WHERE y IS NULL) AS null_groups,
-       (SELECT count(*) FROM ((TABLE kept EXCEPT TABLE serial) UNION ALL (TABLE serial EXCEPT TABLE kept)) d) AS differing_parallel;
 SELECT pg_temp.plan_has($$SELECT agg_keep_single(t) FROM big$$, 'Partial Aggregate') AS big_partial,
        (SELECT length(agg_keep_single(t)) FROM big WHERE grp = 0) AS big_length;

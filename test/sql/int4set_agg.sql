@@ -16,14 +16,6 @@ GROUP BY form ORDER BY form;
 SELECT int4set_agg(v, 'm') AS single, int4set_agg(v + 1000, 'm') AS run
 FROM (VALUES (7)) t(v);
 
--- No rows, or only NULL rows: the 24-byte one-dimensional empty array, never NULL.
-SELECT r, r IS NULL AS is_null, pg_column_size(r) AS bytes, array_ndims(r) AS ndims, cardinality(r) AS n
-FROM (SELECT int4set_agg(v, 'r') AS r FROM (VALUES (1)) t(v) WHERE false) q
-UNION ALL
-SELECT int4set_agg(v, 's'), NULL, NULL, NULL, NULL FROM (VALUES (NULL::int4)) t(v)
-UNION ALL
-SELECT int4set_agg(v, 'm'), NULL, NULL, NULL, NULL FROM (VALUES (NULL::int4)) t(v);
-
 -- The first row fixes both forms: later letters are not read.
 SELECT int4set_agg(form, a, out ORDER BY ord) AS read_as_first
 FROM (VALUES (1, 'r'::"char", '{1,3}'::int4[], 's'::"char"),

@@ -1,7 +1,7 @@
 -- int4multirange in and out of range arrays, where the server has multiranges (PostgreSQL 14 and later); elsewhere the
 -- functions and casts must be absent. The checks are queries with the text they must give, run only where multiranges
 -- exist: the output lists the checks that fail, so that it reads the same on every server.
-\i sql/include/run.psql
+\i sql/include/errors.psql
 SELECT current_setting('server_version_num')::int >= 140000 AS has_multirange \gset
 
 -- Two functions and two casts exist exactly where multiranges do.

@@ -4,14 +4,6 @@
 \i sql/include/plans.psql
 SET max_parallel_workers_per_gather = 0;
 
--- The operators' estimators; the support function and the cost of the test functions.
-CREATE TEMP VIEW members AS SELECT d.classid, d.objid FROM pg_depend d
-JOIN pg_extension e ON e.oid = d.refobjid AND e.extname = 'kelvarn_range_operators' WHERE d.deptype = 'e';
-SELECT o.oid::regoperator AS operator, o.oprrest, o.oprjoin FROM pg_operator o JOIN members m ON m.objid = o.oid
-WHERE m.classid = 'pg_operator'::regclass ORDER BY o.oid::regoperator::text;
-SELECT p.oid::regprocedure AS function, p.prosupport, p.procost FROM pg_proc p JOIN members m ON m.objid = p.oid
-WHERE m.classid = 'pg_proc'::regclass AND (p.prosupport <> 0 OR p.procost <> 1) ORDER BY p.oid::regprocedure::text;
-
 -- int4 values: 20% the value 4242, the rest over [0, 100000).
 CREATE TABLE pv AS
 SELECT i AS id, CASE WHEN i % 5 = 0 THEN 4242 ELSE (hashint4(i) & 2147483647) % 100000 END AS v

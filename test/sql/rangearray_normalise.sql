@@ -1,6 +1,6 @@
 -- Normalising range arrays of any order, and telling whether one is normalised, empty, or the same set as another,
 -- through the server: shapes, forms of '{}' and errors (the kernels are compared with a model in the unit tests).
-\i sql/include/run.psql
+\i sql/include/errors.psql
 
 -- Unsorted (in a few runs, or in many), overlapping, adjacent, inverted and repeated pairs; adjacency and order at the
 -- int4 extremes (compared without wrapping); both forms of '{}', and the shapes read as empty.

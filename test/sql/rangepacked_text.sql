@@ -1,5 +1,5 @@
 -- Packed ranges as text "[lower,upper]" and back: known answers, and what the parser accepts and refuses.
-\i sql/include/run.psql
+\i sql/include/errors.psql
 
 SELECT p, qn_rangepacked_to_text(p) AS text
 FROM (VALUES (qn_range_pack(3, 5)), (qn_range_pack(-10, -1)), (qn_range_pack(-2147483648, 2147483647)),

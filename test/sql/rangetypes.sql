@@ -1,7 +1,6 @@
 -- PostgreSQL's int4range in and out of packed ranges, int4range[] in and out of range arrays: known answers and errors
 -- (fuzz_rangetypes compares the kernels with a model).
 \i sql/include/errors.psql
-\i sql/include/run.psql
 
 -- int4range to packed range and back: any bound style gives the closed range; unbounded ends are the int4 extremes and
 -- come back unbounded; the empty range has no packed form.
