@@ -18,13 +18,9 @@ FROM (VALUES ('r', '{1,2,3}'), ('x', '{1}'), ('S', '{1}'), ('s', '{1,5,3}'), ('s
 
 -- The reader: empty bitfields of 13 and 20 bytes read as empty (false), a value shorter than 12 bytes or with a bit
 -- string of the wrong length is refused.
-CREATE FUNCTION pg_temp.bitfield(min int4, max int4, bits bytea) RETURNS bytea LANGUAGE sql AS $$
-    SELECT int4send(min) || int4send(max) || bits
-$$;
--- int4send writes big-endian; the bitfield holds native (little-endian) integers.
+-- le(v): v as the bitfield holds it, in native (little-endian) order; int4send writes big-endian.
 CREATE FUNCTION pg_temp.le(v int4) RETURNS bytea LANGUAGE sql AS $$
-    SELECT set_byte(set_byte(set_byte(set_byte('\x00000000'::bytea, 0, v & 255), 1, (v >> 8) & 255),
-                    2, (v >> 16) & 255), 3, (v >> 24) & 255)
+    SELECT decode(regexp_replace(encode(int4send(v), 'hex'), '(..)(..)(..)(..)', '\4\3\2\1'), 'hex')
 $$;
 CREATE TEMP TABLE handmade AS
 SELECT name, pg_temp.le(min) || pg_temp.le(max) || bits AS bf
