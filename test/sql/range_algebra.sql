@@ -6,6 +6,7 @@ SELECT qn_int4range_union('{1,2,10,12}', '{3,5,13,20}') AS merged_from_both,
        qn_int4range_union('{4,6,1,2}', '{}') AS empty_side_as_is,
        qn_int4range_union('{-2000000000,-1999999990}', '{2000000000,2000000001}') AS wrapped_order;
 SELECT qn_int4range_intersection('{-10,-5,0,3,8,20}', '{-7,1,3,9}') AS crossing,
+       qn_int4range_intersection('{5,10,20,30}', '{1,5,30,40}') AS touching_ends,
        qn_int4range_exclusion('{1,3,5,10}', '{2,6}') AS spanning_two,
        qn_int4range_exclusion('{-2147483648,2147483647}', '{0,0}') AS split_full_span;
 
