@@ -62,6 +62,9 @@ SELECT qn_int4set_included_in_bitfield('r', '{100,115}', bf) AS aligned_two_byte
        qn_int4set_included_in_bitfield('r', '{100,110}', bf) AS aligned_ending_mid_byte,
        qn_int4set_included_in_bitfield('s', '{102,112}', bf) AS as_values
 FROM (SELECT qn_int4set2bitfield_int4('r', '{100,131}') AS bf) b;
+-- Members below min are outside, whatever the bytes before the bits hold (here max, all ones but its low byte).
+SELECT qn_int4set_included_in_bitfield('s', '{-201,-150}', bf) AS value_below, qn_int4set_included_in_bitfield('r', '{-208,-150}', bf) AS run_below
+FROM (SELECT qn_int4set2bitfield_int4('r', '{-200,-100}') AS bf) b;
 
 -- Bitfields stored out of line or compressed inline, alternating per row: each row reads its own.
 CREATE TABLE stored (id int, bf bytea);
