@@ -1,5 +1,4 @@
--- agg_keep_single: each supported type, the policy, NULL rows, large values that
--- arrive TOASTed, the serialised state, and parallel plans.
+-- agg_keep_single: each type, the policy, NULL rows, TOASTed values, the serialised state.
 \i sql/include/errors.psql
 \i sql/include/plans.psql
 
@@ -12,8 +11,7 @@ FROM generate_series(1, 2);
 SELECT pg_temp.try($$SELECT agg_keep_single(v) FROM (VALUES (1.5::numeric)) t(v)$$) AS numeric_refused,
        (SELECT agg_keep_single(v, false) FROM (VALUES (NULL::numeric), (2)) t(v)) AS numeric_null_first_kept;
 
--- Policy on (the default): any other value, or a change of NULL-ness, is refused;
--- policy off: the first row is kept.
+-- Policy on (the default): any other value, or a change of NULL-ness, is refused; policy off: the first row is kept.
 SELECT pg_temp.try($$SELECT agg_keep_single(v) FROM (VALUES (5), (6)) t(v)$$) AS int4_differs,
        pg_temp.try($$SELECT agg_keep_single(v) FROM (VALUES (0::float8), ('-0')) t(v)$$) AS float_bits_differ,
        pg_temp.try($$SELECT agg_keep_single(v) FROM (VALUES ('ab'::text), ('abc')) t(v)$$) AS text_differs,
@@ -22,17 +20,16 @@ SELECT (SELECT agg_keep_single(v, false) FROM (VALUES (5), (6)) t(v)) AS off_fir
        (SELECT agg_keep_single(v, false) FROM (VALUES (NULL::text), ('x')) t(v)) AS off_null_first,
        pg_temp.try($$SELECT agg_keep_single(v, p ORDER BY o) FROM (VALUES (1, 1, true), (2, 1, false)) t(o, v, p)$$) AS policy_changes;
 
--- NULL rows under the policy: NULLs only give NULL; a value after a NULL is
--- refused; a NULL after an int value compares as 0, after a text value never matches.
+-- NULL rows under the policy: NULLs only give NULL; a value after a NULL is refused; a NULL after an int value compares
+-- as 0, after a text value never matches.
 SELECT (SELECT agg_keep_single(v) FROM (VALUES (NULL::int4), (NULL)) t(v)) AS nulls_only,
        (SELECT agg_keep_single(v ORDER BY o) FROM (VALUES (1, 0), (2, NULL)) t(o, v)) AS zero_then_null,
        pg_temp.try($$SELECT agg_keep_single(v ORDER BY o) FROM (VALUES (1, NULL), (2, 6)) t(o, v)$$) AS null_then_value,
        pg_temp.try($$SELECT agg_keep_single(v ORDER BY o) FROM (VALUES (1, 5), (2, NULL)) t(o, v)$$) AS five_then_null,
        pg_temp.try($$SELECT agg_keep_single(v ORDER BY o) FROM (VALUES (1, 'ab'::text), (2, NULL)) t(o, v)$$) AS text_then_null;
 
--- The serialised state, through an aggregate that ends in the serial function:
--- kind, NULL flag, type, then the Datum (by-value types) or the bytes; a text
--- state without a value carries no bytes.
+-- The serialised state, through an aggregate that ends in the serial function: kind, NULL flag, type, then the Datum
+-- (by-value types) or the bytes; a text state without a value carries no bytes.
 CREATE AGGREGATE pg_temp.keep_single_state(anyelement) (
     SFUNC = qn_agg_keep_single_transfn, STYPE = internal, FINALFUNC = qn_agg_keep_single_serialfn);
 SELECT pg_temp.keep_single_state(7) AS int4_7, pg_temp.keep_single_state('ab'::text) AS text_ab,
@@ -49,26 +46,7 @@ SELECT grp, length(agg_keep_single(t)) AS t_length, agg_keep_single(t) = min(t) 
 FROM big GROUP BY grp ORDER BY grp;
 SELECT pg_temp.try($$SELECT agg_keep_single(t) FROM big$$) AS toasted_differ;
 
--- Parallel plans give the serial results. The policy is not carried across
--- workers (a parallel plan keeps the first partial value unchecked), and a worker
--- that saw no row sends no state.
-CREATE TABLE keep_rows (grp int4, v int4, f float8, t text, y bytea);
-INSERT INTO keep_rows
-SELECT g % 200, (g % 200) * 7, (g % 200) / 8.0, 'v' || g % 200, CASE WHEN g % 200 <> 5 THEN '\xbeef'::bytea END
-FROM generate_series(1, 100000) g;
-ANALYZE keep_rows;
-CREATE VIEW kept AS
-SELECT grp, agg_keep_single(v) AS v, agg_keep_single(f) AS f, agg_keep_single(t) AS t, agg_keep_single(y) AS y,
-       agg_keep_single(t, false) AS t_off
-FROM keep_rows GROUP BY grp;
-CREATE TEMP TABLE serial AS SELECT * FROM kept;
+-- TOASTed values in a parallel plan (parallel plans of other values: aggregate_plans).
 \i sql/include/force_parallel.psql
-SELECT pg_temp.plan_has($$SELECT * FROM kept$$, 'Partial') AS grouped_partial,
-       pg_temp.plan_has($$SELECT agg_keep_single(v) FROM keep_rows WHERE grp = 3$$, 'Partial Aggregate') AS plain_partial;
-SELECT count(*) AS groups, count(*) FILTER (WHERE y IS NULL) AS null_groups FROM serial;
-SELECT count(*) AS differing_parallel FROM (
-    (SELECT * FROM kept EXCEPT SELECT * FROM serial) UNION ALL (SELECT * FROM serial EXCEPT SELECT * FROM kept)) d;
-SELECT agg_keep_single(v) AS one_group, agg_keep_single(t) AS one_text FROM keep_rows WHERE grp = 3;
-SELECT agg_keep_single(v) AS no_rows FROM keep_rows WHERE grp > 1000;
 SELECT pg_temp.plan_has($$SELECT agg_keep_single(t) FROM big$$, 'Partial Aggregate') AS big_partial,
        (SELECT length(agg_keep_single(t)) FROM big WHERE grp = 0) AS big_length;

@@ -1,9 +1,7 @@
--- Arrays as every function reads and writes them. An array that carries a null
--- bitmap without holding a NULL (a slice of one that did) equals the same array
--- without the bitmap, and every reader takes its elements; an array that holds a
--- NULL reads as empty. No result grows past the largest array PostgreSQL can
--- use (134,217,727 elements), and a set expanded from a mix array is counted
--- before anything is allocated.
+-- Arrays as every function reads and writes them. An array that carries a null bitmap without holding a NULL (a slice
+-- of one that did) equals the same array without the bitmap, and every reader takes its elements; an array that holds a
+-- NULL reads as empty. No result grows past the largest array PostgreSQL can use (134,217,727 elements), and a set
+-- expanded from a mix array is counted before anything is allocated.
 \i sql/include/errors.psql
 
 CREATE TEMP TABLE shapes AS

@@ -1,6 +1,5 @@
--- Bitfields: the byte layout, the two empty sizes, the reader's checks, the
--- refusal of input that would not fit its span, and known answers of every
--- bitfield test.
+-- Bitfields: the byte layout, the two empty sizes, the reader's checks, the refusal of input that would not fit its
+-- span, and known answers of every bitfield test.
 \i sql/include/errors.psql
 
 -- Layout: min, max, then whole 64-bit words of bits, most significant bit first.
@@ -11,22 +10,17 @@ FROM (VALUES ('r'::"char", '{3,5,9,9}'::int4[]), ('s', '{0,63,64}'), ('s', '{5}'
      LATERAL (SELECT qn_int4set2bitfield_int4(f, a) AS bf) b;
 SELECT qn_int4set2bitfield_int4(NULL, '{1}') IS NULL AS null_form, qn_int4set2bitfield_int4('s', NULL) IS NULL AS null_set;
 
--- Refused: odd range arrays, form letters, and input that would put a member
--- outside [first, last] (unsorted sets, inverted runs, a mix array ending in a
--- range opener, the whole int4 span).
+-- Refused: odd range arrays, form letters, and input that would put a member outside [first, last] (unsorted sets,
+-- inverted runs, a mix array ending in a range opener, the whole int4 span).
 SELECT f, a, pg_temp.try(format('SELECT qn_int4set2bitfield_int4(%L, %L)', f, a)) AS outcome
 FROM (VALUES ('r', '{1,2,3}'), ('x', '{1}'), ('S', '{1}'), ('s', '{1,5,3}'), ('s', '{5,1}'), ('r', '{1,4,3,2,6,9}'),
              ('r', '{5,2}'), ('m', '{3,1,-2147483646}'), ('m', '{3,5,1}'), ('r', '{-2147483648,2147483647}')) t(f, a);
 
--- The reader: empty bitfields of 13 and 20 bytes read as empty (false), a value
--- shorter than 12 bytes or with a bit string of the wrong length is refused.
-CREATE FUNCTION pg_temp.bitfield(min int4, max int4, bits bytea) RETURNS bytea LANGUAGE sql AS $$
-    SELECT int4send(min) || int4send(max) || bits
-$$;
--- int4send writes big-endian; the bitfield holds native (little-endian) integers.
+-- The reader: empty bitfields of 13 and 20 bytes read as empty (false), a value shorter than 12 bytes or with a bit
+-- string of the wrong length is refused.
+-- le(v): v as the bitfield holds it, in native (little-endian) order; int4send writes big-endian.
 CREATE FUNCTION pg_temp.le(v int4) RETURNS bytea LANGUAGE sql AS $$
-    SELECT set_byte(set_byte(set_byte(set_byte('\x00000000'::bytea, 0, v & 255), 1, (v >> 8) & 255),
-                    2, (v >> 16) & 255), 3, (v >> 24) & 255)
+    SELECT decode(regexp_replace(encode(int4send(v), 'hex'), '(..)(..)(..)(..)', '\4\3\2\1'), 'hex')
 $$;
 CREATE TEMP TABLE handmade AS
 SELECT name, pg_temp.le(min) || pg_temp.le(max) || bits AS bf
@@ -60,17 +54,18 @@ SELECT pg_temp.try($$SELECT qn_int4set_overlap_bitfield('r', '{10,11,12}', qn_in
        pg_temp.try($$SELECT qn_int4set_overlap_bitfield('m', '{3,11,-2147483636}', qn_int4set2bitfield_int4('s', '{10,12}'))$$) AS mix_opener_last_lies_below,
        pg_temp.try($$SELECT qn_int4set_overlap_bitfield('q', '{10}', qn_int4set2bitfield_int4('s', '{10,12}'))$$) AS bad_letter;
 
--- Inclusion of runs: a run starting on a byte boundary needs whole bytes, and one
--- starting inside a byte is never inside, even with all its bits set.
+-- Inclusion of runs: a run starting on a byte boundary needs whole bytes, and one starting inside a byte is never
+-- inside, even with all its bits set; a run reaching outside the span is not inside.
 SELECT qn_int4set_included_in_bitfield('r', '{100,115}', bf) AS aligned_two_bytes,
        qn_int4set_included_in_bitfield('r', '{102,112}', bf) AS unaligned_two_bytes,
        qn_int4set_included_in_bitfield('r', '{102,106}', bf) AS within_one_byte,
        qn_int4set_included_in_bitfield('r', '{100,110}', bf) AS aligned_ending_mid_byte,
-       qn_int4set_included_in_bitfield('s', '{102,112}', bf) AS as_values
+       qn_int4set_included_in_bitfield('s', '{102,112}', bf) AS as_values,
+       qn_int4set_included_in_bitfield('r', '{96,115}', bf) AS from_below_min,
+       qn_int4set_included_in_bitfield('r', '{116,140}', bf) AS past_max
 FROM (SELECT qn_int4set2bitfield_int4('r', '{100,131}') AS bf) b;
 
--- Bitfields stored out of line or compressed inline, alternating per row: each
--- row reads its own.
+-- Bitfields stored out of line or compressed inline, alternating per row: each row reads its own.
 CREATE TABLE stored (id int, bf bytea);
 ALTER TABLE stored ALTER bf SET STORAGE EXTERNAL;
 INSERT INTO stored SELECT id, qn_int4set2bitfield_int4('s', ARRAY(SELECT g FROM generate_series(0, 50000) g WHERE g % (id + 1) = 0))

@@ -1,13 +1,10 @@
--- Conversions between the set forms, sorting and counting sets, and the bytea
--- decoders: known answers and errors, and float decoding bit for bit.
+-- Conversions between the set forms, sorting and counting sets, and the bytea decoders: known answers and errors, and
+-- float decoding bit for bit.
 \i sql/include/errors.psql
-\i sql/include/run.psql
 
--- Every pair of forms, including what each refuses. 's' runs continue across a
--- wrapped step of 2^31 or more; 'r' pairs are expanded and 'm' items converted
--- as they come; 'm' to 's' must fill exactly the count word's size, so the mix
--- array of an 's' list with duplicates (whose count word counts them) does not
--- expand back.
+-- Every pair of forms, including what each refuses. 's' runs continue across a wrapped step of 2^31 or more; 'r' pairs
+-- are expanded and 'm' items converted as they come; 'm' to 's' must fill exactly the count word's size, so the mix
+-- array of an 's' list with duplicates (whose count word counts them) does not expand back.
 SELECT f, a, t, pg_temp.run(format('SELECT qn_int4setconv_int4(%L, %L, %L)', f, a, t)) AS result
 FROM (VALUES ('s'::"char", '{1,2,3,5,5,6}'::int4[], 'r'::"char"), ('s', '{}', 'r'), ('s', '{-2147483648,2147483647}', 'r'),
              ('s', '{3,1}', 'r'), ('s', '{1,2,2,5}', 'm'), ('s', '{}', 'm'), ('s', '{3,1}', 'm'),
@@ -23,12 +20,17 @@ FROM (VALUES ('s'::"char", '{1,2,3,5,5,6}'::int4[], 'r'::"char"), ('s', '{}', 'r
              ('s', '{1}', 's'), ('r', '{}', 'r'), ('m', '{}', 'm'), ('x', '{1}', 'r'), ('s', '{1}', 'R'),
              (NULL, '{1}', 'r'), ('s', NULL, 'r'), ('s', '{1}', NULL), (NULL, NULL, NULL)) c(f, a, t);
 
--- Every empty result is the one-dimensional empty array (dims [1:0]), not the
--- server's zero-dimensional one.
-SELECT count(*) AS empty_results, count(*) FILTER (WHERE array_dims(e) = '[1:0]') AS one_dimensional
+-- Every empty result, of the functions and of the aggregates over no rows or only NULL rows, is the one-dimensional
+-- empty array (dims [1:0]), never NULL nor the server's zero-dimensional one.
+SELECT e IS NULL AS is_null, array_dims(e) AS dims, count(*) AS results
 FROM (VALUES (qn_int4setconv_int4('s', '{}', 'r')), (qn_int4setconv_int4('s', '{}', 'm')), (qn_int4setconv_int4('r', '{5,4}', 's')),
              (qn_int4setconv_int4('m', '{}', 's')), (qn_int4setconv_int4('m', '{0}', 'r')), (qn_sort_int4('{}')),
-             (qn_bytea2mix2rangearray('\x'))) t(e);
+             (qn_bytea2mix2rangearray('\x')), (qn_int4range_intersection('{1,4}', '{5,9}')), (qn_int4range_union('{}', '{}')),
+             (qn_int4range_exclusion('{1,3}', '{0,9}')), ((SELECT int4set_agg(v, 'r') FROM (VALUES (1)) t(v) WHERE false)),
+             ((SELECT int4set_agg(v, 's') FROM (VALUES (NULL::int4)) t(v))), ((SELECT int4set_agg(v, 'm') FROM (VALUES (NULL::int4)) t(v))),
+             ((SELECT int4set_agg_optimized(v, 10, 'r') FROM (VALUES (1)) t(v) WHERE false)),
+             ((SELECT int4range_op_agg(1, a) FROM (VALUES (NULL::int4[])) t(a) WHERE false)),
+             ((SELECT int4range_op_agg(1, a) FROM (VALUES (NULL::int4[])) t(a)))) t(e) GROUP BY 1, 2;
 
 -- Sorting and counting.
 SELECT a, qn_sort_int4(a) AS sorted, qn_count_scalar_in_int4set('s', a) AS s_count
@@ -50,10 +52,7 @@ SELECT a, pg_temp.run(format('SELECT qn_bytea2mix2rangearray(%L)', pg_temp.le(a)
 FROM (VALUES ('{}'::int4[]), ('{1}'), ('{0,5,-2147483641,9}'), ('{123,6,6}'), ('{0,-2147483641}'),
              ('{0,-2147483645,-2147483643}'), ('{0,-2147483639,7}')) t(a);
 
-\i sql/include/hash_random.psql
 -- Floats: each element's bits, written back in the server's order, are the input.
-SELECT count(*) AS blobs,
-       count(*) FILTER (WHERE (SELECT string_agg(regexp_replace(encode(float4send(f), 'hex'), '(..)(..)(..)(..)', '\4\3\2\1'), '' ORDER BY o)
-                               FROM unnest(qn_bytea2floatarray(b)) WITH ORDINALITY u(f, o)) = encode(b, 'hex')) AS bit_for_bit
-FROM (SELECT decode(string_agg(lpad(to_hex((pg_temp.rnd(3, n, k) * 255)::int), 2, '0'), '' ORDER BY k), 'hex') AS b
-      FROM generate_series(1, 40) n, generate_series(1, 4 * (1 + n % 7)) k GROUP BY n) q;
+SELECT b, (SELECT string_agg(regexp_replace(encode(float4send(f), 'hex'), '(..)(..)(..)(..)', '\4\3\2\1'), '' ORDER BY o)
+           FROM unnest(qn_bytea2floatarray(b)) WITH ORDINALITY u(f, o)) = encode(b, 'hex') AS bit_for_bit
+FROM (VALUES ('\x0000c07f0100807fffffffff'::bytea), ('\x01000000ffff7fff00000080')) t(b);

@@ -1,8 +1,6 @@
--- GiST: both operator classes validate; every indexable operator returns the
--- same rows through the index as by a sequential scan, and the same values
--- through an index-only scan, on 100,000 random rows, for an index built over
--- loaded rows, one filled by inserts (page splits), and after DELETE and VACUUM;
--- the compress and consistent functions refuse what they must.
+-- GiST: both operator classes validate; every indexable operator gives the sequential scan's rows through the index and
+-- its values through an index-only scan, for an index built over loaded rows, one filled by inserts, and after DELETE
+-- and VACUUM; refusals.
 \i sql/include/errors.psql
 \i sql/include/plans.psql
 SET jit = off;  -- forced index plans cost enough to be compiled, which only slows the test
@@ -16,8 +14,8 @@ SELECT i AS id, CASE WHEN i % 2 = 0 THEN (pg_temp.rnd(1, i) * 200000 - 100000)::
                      ELSE (pg_temp.rnd(1, i) * 4294967295 - 2147483648)::bigint::int END AS v
 FROM generate_series(1, 100000) i;
 INSERT INTO gi VALUES (100001, -2147483648), (100002, 2147483647);
--- Packed ranges: single values, narrow, medium and wide spans; lower bounds dense
--- around zero or anywhere, some at -2147483648, wide ones clipped at 2147483647.
+-- Packed ranges: single values, narrow, medium and wide spans, dense around zero or anywhere, some at -2147483648, wide
+-- ones clipped at 2147483647.
 CREATE TABLE gp AS
 SELECT i AS id, qn_range_pack(lo::int, least(lo + w, 2147483647)::int) AS r
 FROM (SELECT i,
@@ -29,8 +27,8 @@ FROM (SELECT i,
                         ELSE (pg_temp.rnd(3, i) ^ 3 * 4294967295)::bigint END AS w
       FROM generate_series(1, 100000) i) s;
 
--- 30 queries: a range array of a few runs, a bitfield over a stretch near zero,
--- a packed range, and a value (some at the bounds of stored ranges, and the extremes).
+-- 30 queries: a range array of a few runs, a bitfield near zero, a packed range, a value (some at the bounds of stored
+-- ranges, and the extremes).
 CREATE TABLE gq AS
 SELECT q AS qid,
        (SELECT int4set_agg(lo, lo + (pg_temp.rnd(5, q, k) * w)::int, 'r')
@@ -50,49 +48,35 @@ FROM generate_series(1, 30) q;
 -- Stored ranges equal to some query ranges, so that inclusion and containment meet equal bounds.
 INSERT INTO gp SELECT -qid, pr FROM gq WHERE qid % 4 = 0;
 
--- For `tbl.col <op> gq.arg`, the matching ids of every query, by a sequential
--- scan and then with sequential scans off: whether they agree, whether EXPLAIN
--- shows the index, and how many queries matched some rows. Then the matching
--- values of the column itself, which an index-only scan returns from the index
--- keys: whether the plan is one and gives the sequential scan's values.
+-- check(tbl, col, op, arg): for `tbl.col <op> gq.arg`, the matching ids of every query by a sequential scan and by the
+-- index (used?), and the matching values by an index-only scan.
 CREATE TYPE pg_temp.hit AS (id int, val int8);
-CREATE FUNCTION pg_temp.check(tbl text, col text, op text, arg text,
-                              OUT operator text, OUT same_rows bool, OUT index_used bool, OUT index_only bool,
-                              OUT queries_hit bigint)
-LANGUAGE plpgsql AS $$
+CREATE FUNCTION pg_temp.check(tbl text, col text, op text, arg text, OUT operator text, OUT same_rows bool,
+                              OUT index_used bool, OUT index_only bool, OUT queries_hit bigint) LANGUAGE plpgsql AS $$
 DECLARE
-    matches text := 'SELECT q.qid, ARRAY(SELECT t.%I FROM %I t WHERE t.%I %s q.%I ORDER BY 1) AS ids FROM gq q';
-    ids text := format(matches, 'id', tbl, col, op, arg);
-    vals text := format(matches, col, tbl, col, op, arg);
-    digest text := 'SELECT string_agg(qid || '':'' || ids::text, '';'' ORDER BY qid), count(*) FILTER (WHERE ids <> ''{}'') FROM (%s) m';
-    by_scan text;
-    by_index text;
-    values_by_scan text;
-    values_by_index text;
+    matches text := 'SELECT q.qid, ARRAY(SELECT %s FROM %I t WHERE t.%I %s q.%I ORDER BY 1) AS a FROM gq q';
+    digest text := 'SELECT string_agg(qid || '':'' || a::text, '';'' ORDER BY qid), count(*) FILTER (WHERE a <> ''{}'') FROM (%s) m';
+    ids text := format(matches, 't.id', tbl, col, op, arg);
+    vals text := format(matches, format('t.%I', col), tbl, col, op, arg);
+    scan_ids text;
+    scan_vals text;
+    got text;
 BEGIN
     operator := format('%s.%s %s %s', tbl, col, op, arg);
-    -- One sequential scan per query gives both the ids and the values.
-    PERFORM set_config('enable_seqscan', 'on', true);
-    PERFORM set_config('enable_indexscan', 'off', true);
-    PERFORM set_config('enable_bitmapscan', 'off', true);
-    EXECUTE format('CREATE TEMP TABLE scanned AS SELECT q.qid, ARRAY(SELECT (t.id, t.%I)::pg_temp.hit FROM %I t
-                    WHERE t.%I %s q.%I) AS hits FROM gq q', col, tbl, col, op, arg);
-    EXECUTE format(digest, 'SELECT qid, ARRAY(SELECT (h).id FROM unnest(hits) h ORDER BY 1) AS ids FROM scanned')
-        INTO by_scan, queries_hit;
-    EXECUTE format(digest, 'SELECT qid, ARRAY(SELECT (h).val FROM unnest(hits) h ORDER BY 1) AS ids FROM scanned')
-        INTO values_by_scan;
+    PERFORM set_config('enable_seqscan', 'on', true), set_config('enable_indexscan', 'off', true),
+            set_config('enable_bitmapscan', 'off', true);
+    EXECUTE 'CREATE TEMP TABLE scanned AS ' || format(matches, format('(t.id, t.%I)::pg_temp.hit', col), tbl, col, op, arg);
+    EXECUTE format(digest, 'SELECT qid, ARRAY(SELECT (h).id FROM unnest(a) h ORDER BY 1) AS a FROM scanned') INTO scan_ids, queries_hit;
+    EXECUTE format(digest, 'SELECT qid, ARRAY(SELECT (h).val FROM unnest(a) h ORDER BY 1) AS a FROM scanned') INTO scan_vals;
     DROP TABLE scanned;
-    PERFORM set_config('enable_seqscan', 'off', true);
-    PERFORM set_config('enable_indexscan', 'on', true);
-    PERFORM set_config('enable_bitmapscan', 'on', true);
-    index_used := pg_temp.plan_has(ids, 'Index Scan on ' || tbl || '_' || col)
-                  OR pg_temp.plan_has(ids, 'Index Scan using ' || tbl || '_' || col);
-    EXECUTE format(digest, ids) INTO by_index;
-    same_rows := by_scan = by_index;
+    PERFORM set_config('enable_seqscan', 'off', true), set_config('enable_indexscan', 'on', true),
+            set_config('enable_bitmapscan', 'on', true);
+    index_used := pg_temp.plan_has(ids, tbl || '_' || col);
+    EXECUTE format(digest, ids) INTO got;
+    same_rows := got = scan_ids;
     PERFORM set_config('enable_bitmapscan', 'off', true);  -- left: an index path, index-only where it can be
-    EXECUTE format(digest, vals) INTO values_by_index;
-    index_only := pg_temp.plan_has(vals, 'Index Only Scan using ' || tbl || '_' || col)
-                  AND values_by_scan = values_by_index;
+    EXECUTE format(digest, vals) INTO got;
+    index_only := pg_temp.plan_has(vals, 'Index Only Scan using ' || tbl || '_' || col) AND got = scan_vals;
 END $$;
 CREATE FUNCTION pg_temp.check_all(ti text, tp text)
 RETURNS TABLE(operator text, same_rows bool, index_used bool, index_only bool, queries_hit bigint)
@@ -120,15 +104,13 @@ SELECT * FROM pg_temp.check_all('gi2', 'gp2');
 -- After deleting two rows in three and vacuuming, then inserting again.
 DELETE FROM gi2 WHERE id % 3 <> 0;
 DELETE FROM gp2 WHERE id % 3 <> 0;
-VACUUM gi2;
-VACUUM gp2;
+VACUUM gi2, gp2;
 INSERT INTO gi2 SELECT id + 200000, v FROM gi WHERE id % 10 = 1;
 INSERT INTO gp2 SELECT id + 200000, r FROM gp WHERE id % 10 = 1;
 SELECT * FROM pg_temp.check_all('gi2', 'gp2');
 
--- Refusals through the index: an inverted packed range cannot be indexed; a
--- range array query of odd length and a malformed bitfield are refused, while
--- empty queries and arrays that are not one-dimensional match nothing.
+-- Refusals: an inverted packed range cannot be indexed; odd range arrays and malformed bitfields are refused; empty
+-- queries and arrays that are not one-dimensional match nothing.
 SET enable_seqscan = off;
 SELECT pg_temp.try('INSERT INTO gp2 VALUES (0, (5::int8 << 32) | 7)') AS inverted;
 SELECT q, pg_temp.try(format('SELECT count(*) FROM gi WHERE v %s', q)) AS outcome
@@ -139,9 +121,8 @@ SELECT (SELECT count(*) FROM gi WHERE v <@ '{}'::int4[]) AS empty_array,
        (SELECT count(*) FROM gi WHERE v <@ qn_int4set2bitfield_int4('s', '{}')) AS empty_bitfield,
        (SELECT count(*) FROM gp WHERE r && '{}'::int4[]) AS packed_empty_array;
 
--- An operator class that maps strategy numbers the consistent function does not
--- implement, and by-value operands to the array and bitfield strategies: the
--- queries fail cleanly, nothing is read as a pointer.
+-- Strategies the consistent function does not implement, and by-value operands to the array and bitfield strategies,
+-- fail cleanly: nothing is read as a pointer.
 CREATE OPERATOR CLASS misfit_strategies FOR TYPE int8 USING gist AS
     OPERATOR 1 <= (int8, int8),
     OPERATOR 2 >= (int8, int8),

@@ -1,5 +1,5 @@
--- int4set_agg in one backend: each row form into each output form, the first row
--- fixing the forms, the rows that are skipped, the empty result and the errors.
+-- int4set_agg in one backend: each row form into each output form, the first row fixing the forms, the rows that are
+-- skipped, the empty result and the errors.
 \i sql/include/errors.psql
 
 -- Values, bounds and arrays of each form, into each output form.
@@ -16,21 +16,12 @@ GROUP BY form ORDER BY form;
 SELECT int4set_agg(v, 'm') AS single, int4set_agg(v + 1000, 'm') AS run
 FROM (VALUES (7)) t(v);
 
--- No rows, or only NULL rows: the 24-byte one-dimensional empty array, never NULL.
-SELECT r, r IS NULL AS is_null, pg_column_size(r) AS bytes, array_ndims(r) AS ndims, cardinality(r) AS n
-FROM (SELECT int4set_agg(v, 'r') AS r FROM (VALUES (1)) t(v) WHERE false) q
-UNION ALL
-SELECT int4set_agg(v, 's'), NULL, NULL, NULL, NULL FROM (VALUES (NULL::int4)) t(v)
-UNION ALL
-SELECT int4set_agg(v, 'm'), NULL, NULL, NULL, NULL FROM (VALUES (NULL::int4)) t(v);
-
 -- The first row fixes both forms: later letters are not read.
 SELECT int4set_agg(form, a, out ORDER BY ord) AS read_as_first
 FROM (VALUES (1, 'r'::"char", '{1,3}'::int4[], 's'::"char"),
              (2, 's', '{10,11}', 'm')) t(ord, form, a, out);
 
--- Arrays that are not one-dimensional or hold NULLs change nothing; a bounds row
--- is taken as given, even inverted.
+-- Arrays that are not one-dimensional or hold NULLs change nothing; a bounds row is taken as given, even inverted.
 SELECT int4set_agg(form, a, 'r') AS ignored
 FROM (VALUES ('s'::"char", '{{1,2},{3,4}}'::int4[]), ('r', '{1,NULL}'), ('m', '{{1,2}}'), ('s', '{42}')) t(form, a);
 SELECT int4set_agg(lo, hi, 'r') AS inverted_kept, int4set_agg(lo, hi, 's') AS inverted_has_no_members
@@ -51,8 +42,8 @@ SELECT pg_temp.try($$SELECT int4set_agg(lo, hi, 's') FROM (VALUES (-2147483648, 
        pg_temp.try($$SELECT int4set_agg(lo, lo + 299999999, 's') FROM (VALUES (0)) t(lo)$$) AS s_beyond_array_limit;
 SELECT int4set_agg(lo, hi, 'm') AS full_span_count_wraps FROM (VALUES (-2147483648, 2147483647)) t(lo, hi);
 
--- 2147483647 is where inserting wraps ("upper + 1"): it goes to the front of the
--- list, which is then no longer ascending.
+-- 2147483647 is where inserting wraps ("upper + 1"): it goes to the front of the list, which is then no longer
+-- ascending.
 SELECT int4set_agg(v, 'r' ORDER BY ord) AS top_value_first
 FROM (VALUES (1, 1), (2, 5), (3, 2147483647)) t(ord, v);
 

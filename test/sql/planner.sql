@@ -1,30 +1,14 @@
--- Query planning: row estimates of the operators against the actual rows (a
--- band, not exact numbers), the function forms answered by the GiST indexes
--- with the same rows, and a sequential scan kept for a clause that matches
--- most of a table. Tables of at most 30,000 rows: ANALYZE reads all of them.
+-- Query planning: row estimates against actual rows (a band), the function forms answered by the GiST indexes, a
+-- sequential scan kept for a clause matching most rows.
 \i sql/include/errors.psql
 \i sql/include/plans.psql
 SET max_parallel_workers_per_gather = 0;
-
--- The operators' estimators; the support function and the cost of the test functions.
-SELECT o.oid::regoperator AS operator, o.oprrest, o.oprjoin
-FROM pg_operator o
-JOIN pg_depend d ON d.classid = 'pg_operator'::regclass AND d.objid = o.oid AND d.deptype = 'e'
-JOIN pg_extension e ON e.oid = d.refobjid AND e.extname = 'kelvarn_range_operators'
-ORDER BY o.oid::regoperator::text;
-SELECT p.oid::regprocedure AS function, p.prosupport, p.procost
-FROM pg_proc p
-JOIN pg_depend d ON d.classid = 'pg_proc'::regclass AND d.objid = p.oid AND d.deptype = 'e'
-JOIN pg_extension e ON e.oid = d.refobjid AND e.extname = 'kelvarn_range_operators'
-WHERE p.prosupport <> 0 OR p.procost <> 1
-ORDER BY p.oid::regprocedure::text;
 
 -- int4 values: 20% the value 4242, the rest over [0, 100000).
 CREATE TABLE pv AS
 SELECT i AS id, CASE WHEN i % 5 = 0 THEN 4242 ELSE (hashint4(i) & 2147483647) % 100000 END AS v
 FROM generate_series(1, 20000) i;
--- Packed ranges: 10% the range [5000, 5099], the rest with lower bounds over
--- [0, 1000000) and widths up to 999.
+-- Packed ranges: 10% [5000, 5099], the rest with lower bounds over [0, 1000000), widths up to 999.
 CREATE TABLE pp AS
 SELECT i AS id, CASE WHEN i % 10 = 0 THEN qn_range_pack(5000, 5099)
                      ELSE qn_range_pack(lo, lo + (hashint4(-i) & 2147483647) % 1000) END AS p
@@ -35,10 +19,7 @@ SELECT s AS seg, (SELECT int4set_agg(lo, lo + 3000, 'r')
                   FROM (SELECT (hashint4(s * 5 + k) & 2147483647) % 100000 AS lo FROM generate_series(1, 5) k) x) AS ranges
 FROM generate_series(1, 40) s;
 CREATE TABLE probes AS SELECT id, p FROM pp WHERE id % 100 = 1;
-ANALYZE pv;
-ANALYZE pp;
-ANALYZE segments;
-ANALYZE probes;
+ANALYZE pv, pp, segments, probes;
 
 -- rows(statement): the planner's estimate for the top plan node of a query or EXECUTE.
 CREATE FUNCTION pg_temp.rows(statement text) RETURNS float8 LANGUAGE plpgsql AS $$
@@ -82,17 +63,15 @@ FROM (VALUES ('SELECT * FROM pv JOIN segments s ON v <@ s.ranges'),
              ('SELECT * FROM segments s WHERE EXISTS (SELECT FROM pv WHERE v <@ s.ranges)'),
              ('SELECT * FROM probes q JOIN pp ON pp.p && q.p')) q(query);
 
--- Clauses that cannot be true, or operands the statistics cannot read: the
--- smallest estimate, or the defaults (0.5% and 1% of the rows).
+-- Clauses that cannot be true, or operands statistics cannot read: the smallest estimate, or the defaults.
 SELECT pg_temp.rows('SELECT * FROM pv WHERE v <@ ''{}''::int4[]') AS empty_array,
        pg_temp.rows('SELECT * FROM pv WHERE v <@ qn_int4set2bitfield_int4(''s'', ''{}'')') AS empty_bitfield,
        pg_temp.rows('SELECT * FROM pv WHERE v <@ ''\x0102''::bytea') AS malformed_bitfield,
        pg_temp.rows('SELECT * FROM pp WHERE p && qn_range_pack(id, id)') AS varying_range,
        pg_temp.rows('SELECT * FROM pp WHERE 5 <@ ARRAY[id, id]') AS column_of_arrays;
 
--- A parameter (generic plans): a value in packed ranges is estimated as a
--- value typical of the column (about 9 of its rows hold one), the packed range
--- of one value against int4 values as an equality (about 1 row).
+-- Generic plans: a parameter value in packed ranges as a typical value of the column (about 9 rows hold one), a packed
+-- range of one parameter value as an equality (about 1 row).
 SET plan_cache_mode = force_generic_plan;
 PREPARE contains_value(int4) AS SELECT * FROM pp WHERE p @> $1;
 PREPARE value_in(int4) AS SELECT * FROM pv WHERE v <@ qn_range_pack($1, $1);
@@ -100,47 +79,26 @@ SELECT pg_temp.rows('EXECUTE contains_value(400000)') BETWEEN 3 AND 30 AS typica
        pg_temp.rows('EXECUTE value_in(400000)') BETWEEN 1 AND 3 AS as_equality;
 RESET plan_cache_mode;
 
--- The function forms through the indexes: the index condition each becomes,
--- and the same rows as by sequential scans.
+-- The function forms through the indexes: the index condition each becomes (no filter left, except for a first argument
+-- that is not a constant and can make the call NULL), and the same rows as by sequential scans.
 CREATE INDEX pv_v ON pv USING gist (v qn_gist_int4_ops);
 CREATE INDEX pp_p ON pp USING gist (p qn_gist_rangepacked_ops);
--- index_plan(query): the index condition of the query's plan as a plain index
--- scan, and whether a filter is left after it.
-CREATE FUNCTION pg_temp.index_plan(query text) RETURNS text LANGUAGE plpgsql AS $$
-DECLARE
-    line text;
-    cond text := 'no index';
-    filter text := '';
-    saved text[] := ARRAY[current_setting('enable_seqscan'), current_setting('enable_bitmapscan')];
+-- by_index(query, indexes): the plain index scan's condition (+ Filter) and its rows, or the sequential scan's rows.
+CREATE FUNCTION pg_temp.by_index(query text, indexes bool, OUT cond text, OUT n bigint) LANGUAGE plpgsql AS $$
+DECLARE line text;
 BEGIN
-    PERFORM set_config('enable_seqscan', 'off', true);
-    PERFORM set_config('enable_bitmapscan', 'off', true);
+    PERFORM set_config('enable_seqscan', (NOT indexes)::text, true), set_config('enable_indexscan', indexes::text, true),
+            set_config('enable_bitmapscan', 'off', true);
+    cond := 'no index';
     FOR line IN EXECUTE 'EXPLAIN (COSTS OFF) ' || query LOOP
         IF line ~ 'Index Cond' THEN cond := btrim(line); END IF;
-        IF line ~ 'Filter' THEN filter := ' + Filter'; END IF;
+        IF line ~ 'Filter' AND indexes THEN cond := cond || ' + Filter'; END IF;
     END LOOP;
-    PERFORM set_config('enable_seqscan', saved[1], true);
-    PERFORM set_config('enable_bitmapscan', saved[2], true);
-    RETURN cond || filter;
-END $$;
--- count_with(query, indexes): its rows by plain index scans, or by sequential scans.
-CREATE FUNCTION pg_temp.count_with(query text, indexes bool) RETURNS bigint LANGUAGE plpgsql AS $$
-DECLARE n bigint;
-BEGIN
-    PERFORM set_config('enable_seqscan', (NOT indexes)::text, true);
-    PERFORM set_config('enable_indexscan', indexes::text, true);
-    PERFORM set_config('enable_bitmapscan', 'off', true);
     EXECUTE 'SELECT count(*) FROM (' || query || ') q' INTO n;
-    PERFORM set_config('enable_seqscan', 'on', true);
-    PERFORM set_config('enable_indexscan', 'on', true);
-    PERFORM set_config('enable_bitmapscan', 'on', true);
-    RETURN n;
+    PERFORM set_config('enable_seqscan', 'on', true), set_config('enable_indexscan', 'on', true),
+            set_config('enable_bitmapscan', 'on', true);
 END $$;
--- The index condition replaces the call, no filter left, except for the
--- three-argument form whose unread first argument is not a constant: that
--- argument can still make the call NULL, so the call stays as a filter.
-SELECT clause, pg_temp.index_plan(q) AS index_plan, pg_temp.count_with(q, true) AS rows,
-       pg_temp.count_with(q, true) = pg_temp.count_with(q, false) AS same_rows
+SELECT clause, i.cond AS index_plan, i.n AS rows, i.n = s.n AS same_rows
 FROM (VALUES
     ('pv', 'qn_int4_in_rangearray(v, ''{1000,1999,4242,4242}'')'),
     ('pv', 'qn_int4_in_rangebitfield(v, qn_int4set2bitfield_int4(''r'', ''{4240,4249}''))'),
@@ -158,13 +116,13 @@ FROM (VALUES
     ('pp', 'qn_int4rangepacked_included_in_int4rangepacked(qn_range_pack(5010, 5020), p)'),
     ('pp', 'qn_int4rangepacked_contains_int4rangepacked(p, qn_range_pack(5010, 5020))'),
     ('pp', 'qn_int4rangepacked_contains_int4rangepacked(qn_range_pack(300000, 349999), p)')) c(tbl, clause),
-LATERAL (SELECT format('SELECT * FROM %s WHERE %s', tbl, clause) AS q) q;
+LATERAL pg_temp.by_index(format('SELECT * FROM %s WHERE %s', tbl, clause), true) i,
+LATERAL pg_temp.by_index(format('SELECT * FROM %s WHERE %s', tbl, clause), false) s;
 
--- A constant range array of odd length stays with the function, which ignores
--- the odd element; the operator through the index refuses it.
+-- A range array of odd length: the function ignores the odd element, the operator through the index refuses it.
+SELECT (pg_temp.by_index('SELECT * FROM pv WHERE qn_int4_in_rangearray(v, ''{1000,1999,7}'')', true)).cond AS odd_function_form;
 SET enable_seqscan = off;
-SELECT pg_temp.index_plan('SELECT * FROM pv WHERE qn_int4_in_rangearray(v, ''{1000,1999,7}'')') AS odd_function_form,
-       pg_temp.try('SELECT count(*) FROM pv WHERE qn_int4_in_rangearray(v, ''{1000,1999,7}'')') AS function_runs,
+SELECT pg_temp.try('SELECT count(*) FROM pv WHERE qn_int4_in_rangearray(v, ''{1000,1999,7}'')') AS function_runs,
        pg_temp.try('SELECT count(*) FROM pv WHERE v <@ ''{1000,1999,7}''::int4[]') AS operator_refused;
 RESET enable_seqscan;
 

@@ -1,12 +1,9 @@
--- Normalising range arrays of any order, and telling whether one is
--- normalised, empty, or the same set as another, through the server: shapes,
--- forms of '{}' and errors (the kernels are compared with a model in the unit
--- tests).
-\i sql/include/run.psql
+-- Normalising range arrays of any order, and telling whether one is normalised, empty, or the same set as another,
+-- through the server: shapes, forms of '{}' and errors (the kernels are compared with a model in the unit tests).
+\i sql/include/errors.psql
 
--- Unsorted (in a few runs, or in many), overlapping, adjacent, inverted and
--- repeated pairs; adjacency and order at the int4 extremes (compared without
--- wrapping); both forms of '{}', and the shapes read as empty.
+-- Unsorted (in a few runs, or in many), overlapping, adjacent, inverted and repeated pairs; adjacency and order at the
+-- int4 extremes (compared without wrapping); both forms of '{}', and the shapes read as empty.
 SELECT a, pg_temp.run(format('SELECT qn_rangearray_normalise(%L)', a)) AS normalised,
        pg_temp.run(format('SELECT qn_rangearray_is_normalised(%L)', a)) AS is_normalised,
        pg_temp.run(format('SELECT qn_rangearray_is_empty(%L)', a)) AS is_empty

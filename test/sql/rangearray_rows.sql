@@ -1,13 +1,11 @@
--- Range arrays as rows: qn_rangearray_unnest and qn_rangearray_members, which
--- stream (a result of 2^31 rows stops at its LIMIT at once) and can be
--- cancelled.
+-- Range arrays as rows: qn_rangearray_unnest and qn_rangearray_members, which stream (a result of 2^31 rows stops at
+-- its LIMIT at once) and can be cancelled.
 \i sql/include/errors.psql
 
 SELECT * FROM qn_rangearray_unnest('{1,3,10,10,-5,-7}');
 
--- Pairs come as they are: inverted pairs add no member, overlapping ones repeat
--- members; the int4 extremes end a range without wrapping; arrays read as empty
--- give no rows; odd lengths are refused.
+-- Pairs come as they are: inverted pairs add no member, overlapping ones repeat members; the int4 extremes end a range
+-- without wrapping; arrays read as empty give no rows; odd lengths are refused.
 SELECT a, pg_temp.try(format('SELECT qn_rangearray_members(%L)', a)) AS outcome,
        CASE WHEN cardinality(a) % 2 = 0 THEN ARRAY(SELECT qn_rangearray_members(a)) END AS members,
        CASE WHEN cardinality(a) % 2 = 0 THEN (SELECT count(*) FROM qn_rangearray_unnest(a)) END AS pairs

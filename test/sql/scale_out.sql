@@ -1,9 +1,5 @@
--- Scaling out with postgres_fdw: this database is the coordinator of a table
--- partitioned by tenant whose partitions are foreign tables in two shard
--- databases of the same cluster, each with the extension, and the servers declare
--- the extension shippable. The operators, the function forms and int4set_agg
--- grouped by the partition key run on the shards (EXPLAIN's Remote SQL), a global
--- set is combined here from the shards' sets, and every answer is that of the same
+-- Scaling out with postgres_fdw: this database coordinates a table partitioned by tenant over foreign tables in two
+-- shard databases of this cluster, whose servers declare the extension shippable; every answer is that of the same
 -- query over one local table.
 SELECT current_database() AS coordinator, current_user AS superuser,
        current_setting('unix_socket_directories') AS socket_dir, current_setting('port') AS port \gset
@@ -38,19 +34,19 @@ FROM (SELECT g, abs(hashint4(g + 1)) % 100000 AS lo FROM generate_series(1, 4000
 INSERT INTO visits SELECT * FROM visits_local;
 SELECT (SELECT count(*) FROM visits_1) AS shard_1_rows, (SELECT count(*) FROM visits_2) AS shard_2_rows;
 
--- remote_sql(query): the SQL that each foreign scan of the query's plan sends.
-CREATE FUNCTION pg_temp.remote_sql(query text) RETURNS SETOF text LANGUAGE plpgsql AS $$
-DECLARE line text;
+-- sharded(query): what the shards' foreign scans are sent (visits_N for either shard), the query's rows, and whether
+-- they are those of the same query over visits_local.
+CREATE FUNCTION pg_temp.sharded(query text, OUT scans int, OUT remote_sql text, OUT rows bigint, OUT same bool)
+LANGUAGE plpgsql AS $$
+DECLARE line text; sqls text[] := '{}'; sharded text[]; local text[];
 BEGIN
     FOR line IN EXECUTE 'EXPLAIN (VERBOSE, COSTS OFF) ' || query LOOP
-        IF line ~ '^\s*Remote SQL: ' THEN RETURN NEXT regexp_replace(line, '^\s*Remote SQL: ', ''); END IF;
+        IF line ~ '^\s*Remote SQL: ' THEN
+            sqls := sqls || regexp_replace(regexp_replace(line, '^\s*Remote SQL: ', ''), 'visits_[12]', 'visits_N');
+        END IF;
     END LOOP;
-END $$;
--- same_answer(query): rows of the query, and whether it gives the same rows over
--- visits_local as over the partitioned table.
-CREATE FUNCTION pg_temp.same_answer(query text, OUT rows bigint, OUT same bool) LANGUAGE plpgsql AS $$
-DECLARE sharded text[]; local text[];
-BEGIN
+    scans := cardinality(sqls);
+    remote_sql := (SELECT string_agg(DISTINCT x, ' / ') FROM unnest(sqls) x);
     EXECUTE format('SELECT array_agg(t::text ORDER BY t::text) FROM (%s) t', query) INTO sharded;
     EXECUTE format('SELECT array_agg(t::text ORDER BY t::text) FROM (%s) t', replace(query, 'FROM visits', 'FROM visits_local'))
         INTO local;
@@ -58,31 +54,17 @@ BEGIN
     same := sharded IS NOT DISTINCT FROM local;
 END $$;
 
--- Membership tests as operators and as functions are sent to the shards.
-\set q1 'SELECT tenant, v FROM visits WHERE v <@ ''{100,2000,50000,52000}''::int4[]'
-\set q2 'SELECT tenant, v FROM visits WHERE qn_int4_in_rangearray(v, ''{100,2000,50000,52000}'')'
-\set q3 'SELECT tenant, slot FROM visits WHERE slot && qn_range_pack(1000, 1500) OR slot @> 99999'
-SELECT pg_temp.remote_sql(:'q1');
-SELECT pg_temp.remote_sql(:'q2');
-SELECT pg_temp.remote_sql(:'q3');
-SELECT * FROM pg_temp.same_answer(:'q1');
-SELECT * FROM pg_temp.same_answer(:'q2');
-SELECT * FROM pg_temp.same_answer(:'q3');
-
--- int4set_agg grouped by the partition key: each shard aggregates its tenants.
+-- Membership tests as operators and as functions, and int4set_agg grouped by the partition key, run on the shards; a
+-- global set is combined here from the shards' sets; not grouped by the partition key, the shards send rows.
 SET enable_partitionwise_aggregate = on;
-\set q4 'SELECT tenant, int4set_agg(v, ''r'') AS s FROM visits GROUP BY tenant'
-SELECT pg_temp.remote_sql(:'q4');
-SELECT * FROM pg_temp.same_answer(:'q4');
--- The global set, combined on the coordinator from the shards' sets.
-\set q5 'SELECT int4set_agg(''r'', s, ''r'') AS global FROM (SELECT tenant, int4set_agg(v, ''r'') AS s FROM visits GROUP BY tenant) t'
-SELECT pg_temp.remote_sql(:'q5');
-SELECT cardinality(global) / 2 AS ranges, global = (SELECT int4set_agg(v, 'r') FROM visits_local) AS same_as_one_database
-FROM (:q5) g;
--- Not grouped by the partition key: the shards send rows, the coordinator aggregates.
-\set q6 'SELECT int4set_agg(v, ''r'') FROM visits'
-SELECT pg_temp.remote_sql(:'q6');
-SELECT * FROM pg_temp.same_answer(:'q6');
+SELECT name, r.* FROM (VALUES
+    ('operator', 'SELECT tenant, v FROM visits WHERE v <@ ''{100,2000,50000,52000}''::int4[]'),
+    ('function', 'SELECT tenant, v FROM visits WHERE qn_int4_in_rangearray(v, ''{100,2000,50000,52000}'')'),
+    ('packed', 'SELECT tenant, slot FROM visits WHERE slot && qn_range_pack(1000, 1500) OR slot @> 99999'),
+    ('per tenant', 'SELECT tenant, int4set_agg(v, ''r'') AS s FROM visits GROUP BY tenant'),
+    ('global', 'SELECT int4set_agg(''r'', s, ''r'') FROM (SELECT tenant, int4set_agg(v, ''r'') AS s FROM visits GROUP BY tenant) t'),
+    ('not by tenant', 'SELECT int4set_agg(v, ''r'') FROM visits')) q(name, query),
+LATERAL pg_temp.sharded(query) r;
 
 \c :coordinator
 SET client_min_messages = warning;
