@@ -1,7 +1,7 @@
 // Selectivity estimation: statistics built from known populations the way
 // ANALYZE builds them (MCVs, then histogram quantiles of the rest), and the
-// estimates checked against the true fractions; the bit-run reader against a
-// plain scan; the closed form of the packed-range model against its sum.
+// estimates checked against the true fractions (a set given as ranges and as a
+// bitfield alike); the closed form of the packed-range model against its sum.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -72,32 +72,6 @@ BitFieldSet bitfieldSet(const std::vector<uint8_t>& value) {
     qn::bitfield::BitFieldView view{};
     EXPECT_EQ(qn::bitfield::readBitField(value.data(), value.size(), view), qn::bitfield::BitFieldRead::Ok);
     return BitFieldSet{view};
-}
-
-TEST(Selectivity, BitFieldRunsMatchAPlainScan) {
-    std::mt19937 rng(7);
-    for (int round = 0; round < 300; ++round) {
-        const int32_t min = static_cast<int32_t>(rng() % 1000) - 500;
-        const int32_t max = min + static_cast<int32_t>(rng() % 700);
-        const int density = static_cast<int>(rng() % 4);  // 0: sparse bits ... 3: long runs of ones
-        std::vector<RangeInt> ranges;
-        for (int32_t v = min; v <= max; ++v) {
-            const bool set = density == 3 ? (v / 97) % 2 == 0 : rng() % 8 < static_cast<unsigned>(density * 3);
-            if (set) ranges.push_back({v, v});
-        }
-        const std::vector<uint8_t> value = bitfield(min, max, ranges);
-        std::vector<std::pair<int64_t, int64_t>> expected, seen;
-        for (const RangeInt& r : ranges) {
-            if (!expected.empty() && expected.back().second + 1 == r.lower)
-                expected.back().second = r.upper;
-            else
-                expected.emplace_back(r.lower, r.upper);
-        }
-        BitFieldRuns runs = bitfieldSet(value).runs();
-        int64_t lo, hi;
-        while (runs.next(lo, hi)) seen.emplace_back(lo, hi);
-        ASSERT_EQ(seen, expected) << "round " << round;
-    }
 }
 
 // int4 column: 20% one value, the rest spread over [0, 100000).
