@@ -72,31 +72,23 @@ private:
     const uint8_t* end_;
 };
 
-// A heap buffer of exactly the given bytes: a read one byte past it is an ASan report.
-struct ExactBuffer {
-    std::unique_ptr<uint8_t[]> data;
-    size_t size;
-
-    explicit ExactBuffer(const std::vector<uint8_t>& bytes)
-        : data(new uint8_t[bytes.empty() ? 1 : bytes.size()]), size(bytes.size()) {
-        if (size) std::memcpy(data.get(), bytes.data(), size);
-    }
-    uint8_t* get() { return size ? data.get() : nullptr; }
-};
-
-// int32 words in a heap array of exactly their number.
-struct ExactWords {
-    std::unique_ptr<int32_t[]> data;
+// Values in a heap array of exactly their number: a read one past it is an ASan report.
+template <typename T>
+struct Exact {
+    std::unique_ptr<T[]> data;
     size_t count;
 
-    explicit ExactWords(const std::vector<int32_t>& w) : data(new int32_t[w.empty() ? 1 : w.size()]), count(w.size()) {
-        if (count) std::memcpy(data.get(), w.data(), count * sizeof(int32_t));
+    explicit Exact(const std::vector<T>& v) : data(new T[v.empty() ? 1 : v.size()]), count(v.size()) {
+        std::copy(v.begin(), v.end(), data.get());
     }
-    const int32_t* begin() const { return data.get(); }
-    const int32_t* end() const { return data.get() + count; }
+    T* get() const { return count ? data.get() : nullptr; }
+    const T* begin() const { return data.get(); }
+    const T* end() const { return data.get() + count; }
     const R* rangesBegin() const { return reinterpret_cast<const R*>(data.get()); }
-    const R* rangesEnd() const { return rangesBegin() + count / 2; }
+    const R* rangesEnd() const { return rangesBegin() + count * sizeof(T) / sizeof(R); }
 };
+using Bytes = Exact<uint8_t>;
+using Words = Exact<int32_t>;
 
 inline std::vector<int32_t> flatten(const std::vector<R>& list) {
     std::vector<int32_t> w;
@@ -146,14 +138,6 @@ inline std::vector<R> rawList(Reader& in, size_t maxRanges) {
 inline std::vector<R> someList(Reader& in, size_t maxRanges, bool& normalised) {
     normalised = in.u8() % 4 != 0;
     return normalised ? normalisedList(in, maxRanges) : rawList(in, maxRanges);
-}
-
-inline bool isNormalised(const R* first, const R* last) {
-    for (const R* r = first; r != last; ++r) {
-        if (r->lower > r->upper) return false;
-        if (r != first && int64_t{r->lower} < int64_t{r[-1].upper} + 2) return false;
-    }
-    return true;
 }
 
 // ---------------------------------------------------------------------------
@@ -248,6 +232,47 @@ inline bool holdsMembers(const R* first, const R* last, const int32_t* out, uint
         for (int64_t v = first->lower; v <= first->upper; ++v)
             if (k >= count || out[k++] != v) return false;
     return k == count;
+}
+
+// ---------------------------------------------------------------------------
+// The int4[] forms of a set: 's' members, 'r' [lower, upper] pairs, 'm' a count
+// word, then members and ranges whose lower bound carries the sign bit.
+
+using qn::pgRangeArray::ArrayDataTypeMixArray;
+using qn::pgRangeArray::ArrayDataTypeRangeArray;
+using qn::pgRangeArray::ArrayDataTypeSet;
+
+// The runs the words stand for, as they stand (unsorted and inverted runs kept); an
+// odd last word of 'r' and a mix range without its upper are left out.
+inline Intervals runsOf(uint32_t form, const std::vector<int32_t>& w) {
+    Intervals runs;
+    const size_t first = form == ArrayDataTypeMixArray ? 1 : 0;
+    for (size_t i = first; i < w.size(); ++i) {
+        if (form == ArrayDataTypeSet || (form == ArrayDataTypeMixArray && w[i] >= 0))
+            runs.emplace_back(w[i], w[i]);
+        else if (i + 1 < w.size()) {
+            const int32_t lower = form == ArrayDataTypeMixArray ? w[i] & 0x7fffffff : w[i];
+            runs.emplace_back(lower, w[++i]);
+        }
+    }
+    return runs;
+}
+
+// The words of the runs in form `form` ('s' lists every member); `count` is a mix array's count word.
+inline std::vector<int32_t> wordsOf(uint32_t form, const Intervals& runs, int32_t count) {
+    std::vector<int32_t> w;
+    if (form == ArrayDataTypeMixArray) w.push_back(count);
+    for (const auto& [l, u] : runs) {
+        if (form == ArrayDataTypeSet) {
+            for (int64_t v = l; v <= u; ++v) w.push_back(static_cast<int32_t>(v));
+        } else if (form == ArrayDataTypeMixArray && l == u) {
+            w.push_back(static_cast<int32_t>(l));
+        } else {
+            w.push_back(static_cast<int32_t>(form == ArrayDataTypeMixArray ? (l | 0x80000000u) : l));
+            w.push_back(static_cast<int32_t>(u));
+        }
+    }
+    return w;
 }
 
 // ---------------------------------------------------------------------------

@@ -57,7 +57,7 @@ struct Query {
 };
 
 // The consistency answer for strategy s (0 to 7 in the order below).
-bool consistent(int s, int64_t key, const Query& q, const ExactWords& list, bool leaf) {
+bool consistent(int s, int64_t key, const Query& q, const Words& list, bool leaf) {
     switch (s) {
         case 0: return keyOverlaps(key, q.packed);
         case 1: return keyIncludedIn(key, q.packed, leaf);
@@ -115,9 +115,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int64_t inner = keys[1];
     for (size_t i = 1; i < keys.size(); ++i) inner = keyUnion(inner, keys[i]);
     for (size_t i = 1; i < keys.size(); ++i) {
-        const int64_t u = keyUnion(keys[i], keys[i % (keys.size() - 1) + 1]);
-        FZ_CHECK(packedLower(u) == std::min(packedLower(keys[i]), packedLower(keys[i % (keys.size() - 1) + 1])));
-        FZ_CHECK(packedUpper(u) == std::max(packedUpper(keys[i]), packedUpper(keys[i % (keys.size() - 1) + 1])));
+        const int64_t other = keys[i % (keys.size() - 1) + 1], u = keyUnion(keys[i], other);
+        FZ_CHECK(packedLower(u) == std::min(packedLower(keys[i]), packedLower(other)) &&
+                 packedUpper(u) == std::max(packedUpper(keys[i]), packedUpper(other)));
         float ignored;
         if (!wellFormed) {
             computePenalty(keys[i], keys[keys.size() - i], ignored);
@@ -140,9 +140,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     q.bitfield.assign(12 + qn::bitfield::bitBytes(n), 0);
     qn::bitfield::writeBounds(q.bitfield.data(), min, max);
     for (size_t i = 12; i < q.bitfield.size() && !in.empty(); ++i) q.bitfield[i] = in.u8() & in.u8();
-    ExactBuffer bitfield(q.bitfield);
-    if (qn::bitfield::readBitField(bitfield.get(), bitfield.size, q.bf) != qn::bitfield::BitFieldRead::Ok) return 0;
-    const ExactWords list(flatten(q.list));
+    const Bytes bitfield(q.bitfield);
+    if (qn::bitfield::readBitField(bitfield.get(), bitfield.count, q.bf) != qn::bitfield::BitFieldRead::Ok) return 0;
+    const Words list(flatten(q.list));
 
     for (int s = 0; s < 6; ++s) {
         bool anyLeaf = false;

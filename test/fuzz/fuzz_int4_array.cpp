@@ -90,13 +90,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool odd = in.u8() == 0xff;
     if (odd) values.push_back(in.i32());
     const Layout l = layout(in, values);
-    ExactBuffer value(l.bytes);
+    const Bytes value(l.bytes);
 
     const qn::pg::Int4Elements e = qn::pg::readInt4Elements(reinterpret_cast<const ArrayType*>(value.get()));
     FZ_CHECK(e.count == static_cast<int32>(l.elements.size()));
     if (e.count == 0) return 0;
     FZ_CHECK(std::equal(l.elements.begin(), l.elements.end(), e.data));
-    FZ_CHECK(reinterpret_cast<const uint8_t*>(e.data + e.count) <= value.get() + value.size);
+    FZ_CHECK(reinterpret_cast<const uint8_t*>(e.data + e.count) <= value.end());
     FZ_CHECK(e.rangesEnd() - e.rangesBegin() == e.count / 2);
 
     // The readers over the elements in place, taken as count / 2 ranges.
@@ -115,14 +115,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     bool otherNormalised = false;
     const std::vector<R> other = someList(in, 64, otherNormalised);
-    const ExactWords theirs(flatten(other));
+    const Words theirs(flatten(other));
     const bool overlap =
         qn::pgRangeArray::rangeListsOverlap(e.rangesBegin(), e.rangesEnd(), theirs.rangesBegin(), theirs.rangesEnd());
-    const bool overlapSwapped =
-        qn::pgRangeArray::rangeListsOverlap(theirs.rangesBegin(), theirs.rangesEnd(), e.rangesBegin(), e.rangesEnd());
-    if (modelled && otherNormalised) {
-        const bool expected = !setOp(SetOp::Intersection, set, canonical(other)).empty();
-        FZ_CHECK(overlap == expected && overlapSwapped == expected);
-    }
+    if (modelled && otherNormalised) FZ_CHECK(overlap == !setOp(SetOp::Intersection, set, canonical(other)).empty());
     return 0;
 }

@@ -11,7 +11,7 @@ using namespace qn::pgRangeArray;
 
 namespace {
 
-void run(SetOp op, const ExactWords& a, const ExactWords& b, RV& out) {
+void run(SetOp op, const Words& a, const Words& b, RV& out) {
     switch (op) {
         case SetOp::Union: computeUnion(a.rangesBegin(), a.rangesEnd(), b.rangesBegin(), b.rangesEnd(), out); break;
         case SetOp::Intersection:
@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::vector<R> a = someList(in, 200, normalisedA);
     const std::vector<R> b = someList(in, 200, normalisedB);
     const uint8_t shape = in.u8();
-    const ExactWords wa(flatten(a)), wb(flatten(b));
+    const Words wa(flatten(a)), wb(flatten(b));
     const bool normalised = normalisedA && normalisedB;
     const bool modelled = normalised && withinOneSpan({&a, &b});
     const Intervals ma = canonical(a), mb = canonical(b);
@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     // Union with an empty side is a copy of the other, as it is.
-    const ExactWords none({});
+    const Words none({});
     run(SetOp::Union, wa, none, out);
     FZ_CHECK(asIntervals(out) == asIntervals(wa.rangesBegin(), wa.rangesEnd()));
     run(SetOp::Union, none, wb, out);
