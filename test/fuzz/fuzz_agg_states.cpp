@@ -1,14 +1,10 @@
-// The serialised states of the three aggregates, from any bytes read from a heap
-// copy of exactly their length, and what the aggregates do with them. Checks:
-// - int4set_agg: the reader takes exactly the lengths 6 + 8k, and the state
-//   written from what it read is the same bytes;
-// - int4set_agg_optimized: the reader takes exactly the states whose bits fit
-//   their capacity, and the state written again is the same bytes; rows set
-//   exactly the bits of the bit model and report its error; another state's bits
-//   are or-ed in; the three outputs list the bit model's members, runs and mix
-//   items; the buffer sizes of a largest value hold it and nothing past it;
-// - agg_keep_single: a value handed out lies inside the bytes, and every state
-//   written for a type, NULL or not, reads back as written.
+// The serialised states of the three aggregates, from any bytes in a heap copy of
+// exactly their length. Each reader takes exactly the well-formed states (int4set_agg:
+// lengths 6 + 8k; int4set_agg_optimized: bits within the capacity) and what it read
+// writes back as the same bytes. For int4set_agg_optimized, rows and another state's
+// bits change the bits as the bit model does, the three outputs list its members,
+// runs and mix items, and the sizes for a largest value hold it and nothing past it.
+// agg_keep_single hands out values inside the bytes and reads back what it wrote.
 #include "fuzz_common.h"
 #include "qnPgBitSetBuilder.h"
 #include "qnPgKeepSingleState.h"
@@ -24,12 +20,10 @@ void setState(Reader& in) {
     int32_t inputType = 99, outputType = 99;
     uint64_t count = 99;
     const SetStateError e = readSetState(state.get(), state.count, inputType, outputType, count);
-    if (state.count < kSetStateRangesOffset) {
-        FZ_CHECK(e == SetStateError::Empty && count == 0);
-        return;
-    }
-    const uint64_t payload = state.count - kSetStateRangesOffset;
-    FZ_CHECK(e == (payload % 8 ? SetStateError::RaggedRanges : SetStateError::None));
+    const uint64_t payload = state.count - kSetStateRangesOffset;  // wraps when shorter
+    FZ_CHECK(e == (state.count < kSetStateRangesOffset ? SetStateError::Empty
+                   : payload % 8                       ? SetStateError::RaggedRanges
+                                                       : SetStateError::None));
     FZ_CHECK(count == (e == SetStateError::None ? payload / 8 : 0));
     if (e != SetStateError::None) return;
     const auto* ranges = reinterpret_cast<const R*>(state.get() + kSetStateRangesOffset);
@@ -78,10 +72,8 @@ void bitSetState(Reader& in) {
     int32_t inputType = 0, outputType = 0;
     uint32_t capacity = 0, size = 0;
     const BitSetStateError e = readBitSetState(state.get(), state.count, inputType, outputType, capacity, size);
-    if (state.count < kBitSetStateBitsOffset) {
-        FZ_CHECK(e == BitSetStateError::Empty);
-        return;
-    }
+    FZ_CHECK((e == BitSetStateError::Empty) == (state.count < kBitSetStateBitsOffset));
+    if (e == BitSetStateError::Empty) return;
     uint32_t declared;
     std::memcpy(&declared, state.get() + kBitSetStateCapacityOffset, 4);
     FZ_CHECK((e == BitSetStateError::Corrupted) == (state.count - kBitSetStateBitsOffset > declared));

@@ -1,8 +1,6 @@
-// Shared by the libFuzzer targets: a reader that turns the fuzzer's bytes into
-// values, decoders of range lists (normalised by construction, or raw), exactly
-// sized heap copies (so AddressSanitizer sees any read past a value), and the
-// plain models the kernels are checked against: a set of integers held as
-// canonical int64 intervals, and a bit vector.
+// Shared by the libFuzzer targets: a reader of the fuzzer's bytes, range lists from
+// them, exactly sized heap copies (ASan sees any read past a value), and the models:
+// integer sets as canonical int64 intervals, and bit vectors.
 #pragma once
 
 #include <algorithm>
@@ -43,11 +41,7 @@ public:
 
     uint8_t u8() { return p_ != end_ ? *p_++ : 0; }
     uint16_t u16() { return static_cast<uint16_t>(u8() | (u8() << 8)); }
-    uint32_t u32() {
-        uint32_t v = 0;
-        for (int i = 0; i < 4; ++i) v |= static_cast<uint32_t>(u8()) << (8 * i);
-        return v;
-    }
+    uint32_t u32() { return u16() | (uint32_t{u16()} << 16); }
     int32_t i32() { return static_cast<int32_t>(u32()); }
     uint64_t u64() { return u32() | (uint64_t{u32()} << 32); }
 
@@ -92,15 +86,9 @@ using Words = Exact<int32_t>;
 
 inline std::vector<int32_t> flatten(const std::vector<R>& list) {
     std::vector<int32_t> w;
-    for (const R& r : list) {
-        w.push_back(r.lower);
-        w.push_back(r.upper);
-    }
+    for (const R& r : list) w.insert(w.end(), {r.lower, r.upper});
     return w;
 }
-
-// ---------------------------------------------------------------------------
-// Range lists from the input.
 
 // A normalised list: a start anywhere on the int32 line, then gaps and lengths
 // scaled by a per-list factor, so lists reach from dense runs of single values
@@ -140,9 +128,7 @@ inline std::vector<R> someList(Reader& in, size_t maxRanges, bool& normalised) {
     return normalised ? normalisedList(in, maxRanges) : rawList(in, maxRanges);
 }
 
-// ---------------------------------------------------------------------------
 // The set model: canonical int64 intervals (sorted, disjoint, not adjacent).
-
 using Interval = std::pair<int64_t, int64_t>;
 using Intervals = std::vector<Interval>;
 
@@ -162,7 +148,6 @@ inline Intervals canonical(const R* first, const R* last) {
     return out;
 }
 inline Intervals canonical(const std::vector<R>& list) { return canonical(list.data(), list.data() + list.size()); }
-inline Intervals canonical(const RV& list) { return canonical(list.begin(), list.end()); }
 
 inline bool contains(const Intervals& s, int64_t v) {
     auto it = std::upper_bound(s.begin(), s.end(), Interval{v, INT64_MAX});
@@ -175,10 +160,7 @@ enum class SetOp { Union = 1, Intersection = 2, Exclusion = 3 };
 inline Intervals setOp(SetOp op, const Intervals& a, const Intervals& b) {
     std::vector<int64_t> cuts;
     for (const Intervals* s : {&a, &b})
-        for (const Interval& i : *s) {
-            cuts.push_back(i.first);
-            cuts.push_back(i.second + 1);
-        }
+        for (const Interval& i : *s) cuts.insert(cuts.end(), {i.first, i.second + 1});
     std::sort(cuts.begin(), cuts.end());
     cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
     Intervals out;
@@ -194,8 +176,7 @@ inline Intervals setOp(SetOp op, const Intervals& a, const Intervals& b) {
     return out;
 }
 
-// A list read back as intervals, exactly as it stands (no merging): equal to the
-// model only when the list is itself canonical.
+// A list read back as intervals exactly as it stands (no merging).
 inline Intervals asIntervals(const R* first, const R* last) {
     Intervals v;
     for (; first != last; ++first) v.emplace_back(first->lower, first->upper);
@@ -203,14 +184,8 @@ inline Intervals asIntervals(const R* first, const R* last) {
 }
 inline Intervals asIntervals(const RV& list) { return asIntervals(list.begin(), list.end()); }
 
-// The same ranges, bound for bound.
-inline bool sameList(const RV& a, const RV& b) {
-    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(R)) == 0);
-}
-
-// The bounds of all the lists lie within INT32_MAX of each other: then no
-// difference of two bounds wraps in 32 bits, and the kernels' deliberate
-// wrap-around never comes into play.
+// All bounds lie within INT32_MAX of each other: no difference of two bounds wraps
+// in 32 bits, so the kernels' deliberate wrap-around never comes into play.
 inline bool withinOneSpan(std::initializer_list<const std::vector<R>*> lists) {
     int64_t lo = INT64_MAX, hi = INT64_MIN;
     for (const auto* l : lists)
@@ -234,10 +209,8 @@ inline bool holdsMembers(const R* first, const R* last, const int32_t* out, uint
     return k == count;
 }
 
-// ---------------------------------------------------------------------------
 // The int4[] forms of a set: 's' members, 'r' [lower, upper] pairs, 'm' a count
 // word, then members and ranges whose lower bound carries the sign bit.
-
 using qn::pgRangeArray::ArrayDataTypeMixArray;
 using qn::pgRangeArray::ArrayDataTypeRangeArray;
 using qn::pgRangeArray::ArrayDataTypeSet;
@@ -275,7 +248,6 @@ inline std::vector<int32_t> wordsOf(uint32_t form, const Intervals& runs, int32_
     return w;
 }
 
-// ---------------------------------------------------------------------------
 // The bit buffer as the server has it: a failure does not return (here it
 // throws), and the allocator refuses what it would not give (here above 1 MB).
 
@@ -286,7 +258,6 @@ inline void failBuffer(qn::bitfield::BitBufferError e) { throw BufferFailure{e};
 inline void* cappedAlloc(size_t bytes) { return bytes > (1u << 20) ? nullptr : malloc(bytes); }
 using Buffer = qn::bitfield::BitBuffer<cappedAlloc, free, failBuffer>;
 
-// ---------------------------------------------------------------------------
 // The bit model: bit p of a bit string, most significant bit of each byte first.
 
 inline bool bitAt(const uint8_t* bits, uint64_t p) { return (bits[p >> 3] >> (7 - (p & 7))) & 1; }

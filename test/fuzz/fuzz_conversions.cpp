@@ -1,18 +1,10 @@
-// Conversions between the int4[] forms of a set: scalars to ranges and to a mix
-// array, ranges to a mix array, mix arrays back to ranges, counting and
-// expanding members. Inputs are sorted scalar lists (with repeats), raw words,
-// normalised or raw range lists, and mix arrays (a list's items, now and then
-// with one word replaced or the last cut, or any words), each read from a heap
-// copy of exactly its length. Checks:
-// - unsorted scalars are refused by both scalar conversions, sorted ones never;
-// - the runs of sorted scalars are the set model's (while no step between two
-//   of them wraps in 32 bits, as the format deliberately lets it), and the mix
-//   array has the input count and decodes to the same runs;
-// - ranges survive the trip through a mix array (0 <= lower <= upper), and the
-//   counts and expansions equal the model's;
-// - the mix decoders agree on which arrays are malformed; decoded ranges have
-//   0 <= lower <= upper and their widths sum to the counted members; the
-//   expansion writes exactly their members when the declared count is right.
+// Conversions between the int4[] forms of a set, from heap copies of exactly their
+// length. Scalars: unsorted ones are refused, sorted ones give the model's runs (while
+// no step wraps in 32 bits) and a mix array with their count. Ranges: a mix array with
+// their member count that decodes back (0 <= lower <= upper), the model's counts and
+// expansion. Mix arrays (a list's items, one word replaced or the last cut, or any
+// words): the decoders agree on which are malformed, decoded ranges are well formed
+// with widths summing to the count, and the expansion with the right count writes them.
 #include "fuzz_common.h"
 #include "qnPgSetConversions.h"
 
