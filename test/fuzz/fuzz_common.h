@@ -1,8 +1,6 @@
-// Shared by the libFuzzer targets: a reader that turns the fuzzer's bytes into
-// values, decoders of range lists (normalised by construction, or raw), exactly
-// sized heap copies (so AddressSanitizer sees any read past a value), and the
-// plain models the kernels are checked against: a set of integers held as
-// canonical int64 intervals, and a bit vector.
+// Shared by the libFuzzer targets: a reader of the fuzzer's bytes, range lists from
+// them, exactly sized heap copies (ASan sees any read past a value), and the models:
+// integer sets as canonical int64 intervals, and bit vectors.
 #pragma once
 
 #include <algorithm>
@@ -43,11 +41,7 @@ public:
 
     uint8_t u8() { return p_ != end_ ? *p_++ : 0; }
     uint16_t u16() { return static_cast<uint16_t>(u8() | (u8() << 8)); }
-    uint32_t u32() {
-        uint32_t v = 0;
-        for (int i = 0; i < 4; ++i) v |= static_cast<uint32_t>(u8()) << (8 * i);
-        return v;
-    }
+    uint32_t u32() { return u16() | (uint32_t{u16()} << 16); }
     int32_t i32() { return static_cast<int32_t>(u32()); }
     uint64_t u64() { return u32() | (uint64_t{u32()} << 32); }
 
@@ -72,43 +66,29 @@ private:
     const uint8_t* end_;
 };
 
-// A heap buffer of exactly the given bytes: a read one byte past it is an ASan report.
-struct ExactBuffer {
-    std::unique_ptr<uint8_t[]> data;
-    size_t size;
-
-    explicit ExactBuffer(const std::vector<uint8_t>& bytes)
-        : data(new uint8_t[bytes.empty() ? 1 : bytes.size()]), size(bytes.size()) {
-        if (size) std::memcpy(data.get(), bytes.data(), size);
-    }
-    uint8_t* get() { return size ? data.get() : nullptr; }
-};
-
-// int32 words in a heap array of exactly their number.
-struct ExactWords {
-    std::unique_ptr<int32_t[]> data;
+// Values in a heap array of exactly their number: a read one past it is an ASan report.
+template <typename T>
+struct Exact {
+    std::unique_ptr<T[]> data;
     size_t count;
 
-    explicit ExactWords(const std::vector<int32_t>& w) : data(new int32_t[w.empty() ? 1 : w.size()]), count(w.size()) {
-        if (count) std::memcpy(data.get(), w.data(), count * sizeof(int32_t));
+    explicit Exact(const std::vector<T>& v) : data(new T[v.empty() ? 1 : v.size()]), count(v.size()) {
+        std::copy(v.begin(), v.end(), data.get());
     }
-    const int32_t* begin() const { return data.get(); }
-    const int32_t* end() const { return data.get() + count; }
+    T* get() const { return count ? data.get() : nullptr; }
+    const T* begin() const { return data.get(); }
+    const T* end() const { return data.get() + count; }
     const R* rangesBegin() const { return reinterpret_cast<const R*>(data.get()); }
-    const R* rangesEnd() const { return rangesBegin() + count / 2; }
+    const R* rangesEnd() const { return rangesBegin() + count * sizeof(T) / sizeof(R); }
 };
+using Bytes = Exact<uint8_t>;
+using Words = Exact<int32_t>;
 
 inline std::vector<int32_t> flatten(const std::vector<R>& list) {
     std::vector<int32_t> w;
-    for (const R& r : list) {
-        w.push_back(r.lower);
-        w.push_back(r.upper);
-    }
+    for (const R& r : list) w.insert(w.end(), {r.lower, r.upper});
     return w;
 }
-
-// ---------------------------------------------------------------------------
-// Range lists from the input.
 
 // A normalised list: a start anywhere on the int32 line, then gaps and lengths
 // scaled by a per-list factor, so lists reach from dense runs of single values
@@ -148,17 +128,7 @@ inline std::vector<R> someList(Reader& in, size_t maxRanges, bool& normalised) {
     return normalised ? normalisedList(in, maxRanges) : rawList(in, maxRanges);
 }
 
-inline bool isNormalised(const R* first, const R* last) {
-    for (const R* r = first; r != last; ++r) {
-        if (r->lower > r->upper) return false;
-        if (r != first && int64_t{r->lower} < int64_t{r[-1].upper} + 2) return false;
-    }
-    return true;
-}
-
-// ---------------------------------------------------------------------------
 // The set model: canonical int64 intervals (sorted, disjoint, not adjacent).
-
 using Interval = std::pair<int64_t, int64_t>;
 using Intervals = std::vector<Interval>;
 
@@ -178,7 +148,6 @@ inline Intervals canonical(const R* first, const R* last) {
     return out;
 }
 inline Intervals canonical(const std::vector<R>& list) { return canonical(list.data(), list.data() + list.size()); }
-inline Intervals canonical(const RV& list) { return canonical(list.begin(), list.end()); }
 
 inline bool contains(const Intervals& s, int64_t v) {
     auto it = std::upper_bound(s.begin(), s.end(), Interval{v, INT64_MAX});
@@ -191,10 +160,7 @@ enum class SetOp { Union = 1, Intersection = 2, Exclusion = 3 };
 inline Intervals setOp(SetOp op, const Intervals& a, const Intervals& b) {
     std::vector<int64_t> cuts;
     for (const Intervals* s : {&a, &b})
-        for (const Interval& i : *s) {
-            cuts.push_back(i.first);
-            cuts.push_back(i.second + 1);
-        }
+        for (const Interval& i : *s) cuts.insert(cuts.end(), {i.first, i.second + 1});
     std::sort(cuts.begin(), cuts.end());
     cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
     Intervals out;
@@ -210,8 +176,7 @@ inline Intervals setOp(SetOp op, const Intervals& a, const Intervals& b) {
     return out;
 }
 
-// A list read back as intervals, exactly as it stands (no merging): equal to the
-// model only when the list is itself canonical.
+// A list read back as intervals exactly as it stands (no merging).
 inline Intervals asIntervals(const R* first, const R* last) {
     Intervals v;
     for (; first != last; ++first) v.emplace_back(first->lower, first->upper);
@@ -219,14 +184,8 @@ inline Intervals asIntervals(const R* first, const R* last) {
 }
 inline Intervals asIntervals(const RV& list) { return asIntervals(list.begin(), list.end()); }
 
-// The same ranges, bound for bound.
-inline bool sameList(const RV& a, const RV& b) {
-    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(R)) == 0);
-}
-
-// The bounds of all the lists lie within INT32_MAX of each other: then no
-// difference of two bounds wraps in 32 bits, and the kernels' deliberate
-// wrap-around never comes into play.
+// All bounds lie within INT32_MAX of each other: no difference of two bounds wraps
+// in 32 bits, so the kernels' deliberate wrap-around never comes into play.
 inline bool withinOneSpan(std::initializer_list<const std::vector<R>*> lists) {
     int64_t lo = INT64_MAX, hi = INT64_MIN;
     for (const auto* l : lists)
@@ -250,7 +209,45 @@ inline bool holdsMembers(const R* first, const R* last, const int32_t* out, uint
     return k == count;
 }
 
-// ---------------------------------------------------------------------------
+// The int4[] forms of a set: 's' members, 'r' [lower, upper] pairs, 'm' a count
+// word, then members and ranges whose lower bound carries the sign bit.
+using qn::pgRangeArray::ArrayDataTypeMixArray;
+using qn::pgRangeArray::ArrayDataTypeRangeArray;
+using qn::pgRangeArray::ArrayDataTypeSet;
+
+// The runs the words stand for, as they stand (unsorted and inverted runs kept); an
+// odd last word of 'r' and a mix range without its upper are left out.
+inline Intervals runsOf(uint32_t form, const std::vector<int32_t>& w) {
+    Intervals runs;
+    const size_t first = form == ArrayDataTypeMixArray ? 1 : 0;
+    for (size_t i = first; i < w.size(); ++i) {
+        if (form == ArrayDataTypeSet || (form == ArrayDataTypeMixArray && w[i] >= 0))
+            runs.emplace_back(w[i], w[i]);
+        else if (i + 1 < w.size()) {
+            const int32_t lower = form == ArrayDataTypeMixArray ? w[i] & 0x7fffffff : w[i];
+            runs.emplace_back(lower, w[++i]);
+        }
+    }
+    return runs;
+}
+
+// The words of the runs in form `form` ('s' lists every member); `count` is a mix array's count word.
+inline std::vector<int32_t> wordsOf(uint32_t form, const Intervals& runs, int32_t count) {
+    std::vector<int32_t> w;
+    if (form == ArrayDataTypeMixArray) w.push_back(count);
+    for (const auto& [l, u] : runs) {
+        if (form == ArrayDataTypeSet) {
+            for (int64_t v = l; v <= u; ++v) w.push_back(static_cast<int32_t>(v));
+        } else if (form == ArrayDataTypeMixArray && l == u) {
+            w.push_back(static_cast<int32_t>(l));
+        } else {
+            w.push_back(static_cast<int32_t>(form == ArrayDataTypeMixArray ? (l | 0x80000000u) : l));
+            w.push_back(static_cast<int32_t>(u));
+        }
+    }
+    return w;
+}
+
 // The bit buffer as the server has it: a failure does not return (here it
 // throws), and the allocator refuses what it would not give (here above 1 MB).
 
@@ -261,7 +258,6 @@ inline void failBuffer(qn::bitfield::BitBufferError e) { throw BufferFailure{e};
 inline void* cappedAlloc(size_t bytes) { return bytes > (1u << 20) ? nullptr : malloc(bytes); }
 using Buffer = qn::bitfield::BitBuffer<cappedAlloc, free, failBuffer>;
 
-// ---------------------------------------------------------------------------
 // The bit model: bit p of a bit string, most significant bit of each byte first.
 
 inline bool bitAt(const uint8_t* bits, uint64_t p) { return (bits[p >> 3] >> (7 - (p & 7))) & 1; }

@@ -1,14 +1,10 @@
-// Conversions between the int4[] forms of a set: scalars to ranges and to a mix
-// array, ranges to a mix array, counting and expanding ranges into members.
-// Inputs are sorted scalar lists (with repeats), raw words, normalised or raw
-// range lists. Checks:
-// - unsorted scalars are refused by both scalar conversions, sorted ones never;
-// - the runs of sorted scalars are the set model's (while no step between two
-//   of them wraps in 32 bits, as the format deliberately lets it), and the mix
-//   array has the input count and decodes to the same runs;
-// - strictly ascending non-negative scalars come back from the mix array as they were;
-// - ranges survive the trip through a mix array (0 <= lower <= upper), and the
-//   counts and expansions equal the model's.
+// Conversions between the int4[] forms of a set, from heap copies of exactly their
+// length. Scalars: unsorted ones are refused, sorted ones give the model's runs (while
+// no step wraps in 32 bits) and a mix array with their count. Ranges: a mix array with
+// their member count that decodes back (0 <= lower <= upper), the model's counts and
+// expansion. Mix arrays (a list's items, one word replaced or the last cut, or any
+// words): the decoders agree on which are malformed, decoded ranges are well formed
+// with widths summing to the count, and the expansion with the right count writes them.
 #include "fuzz_common.h"
 #include "qnPgSetConversions.h"
 
@@ -24,54 +20,44 @@ std::vector<int32_t> scalars(Reader& in) {
     const int64_t scale = kScales[mode >> 1 & 3];
     int64_t v = (mode & 8) ? int64_t{in.u16()} : int64_t{in.i32()};
     std::vector<int32_t> w;
-    for (size_t n = in.u8(); n > 0 && !in.empty(); --n) {
+    for (size_t n = in.u8(); n > 0 && !in.empty() && v <= INT32_MAX; --n) {
         w.push_back(static_cast<int32_t>(v));
         v += (in.u8() % 4) * scale;  // repeats, neighbours, gaps
-        if (v > INT32_MAX) break;
     }
     return w;
 }
 
+// The ranges of a mix array, which must decode without error.
+Intervals decodeMix(const IV& mix) {
+    RV decoded;
+    const char* error = "unset";
+    convertMixToRangeArray(mix.begin(), mix.end(), decoded, error);
+    FZ_CHECK(error == nullptr);
+    return asIntervals(decoded);
+}
+
 void checkScalars(Reader& in) {
     const std::vector<int32_t> w = scalars(in);
-    const ExactWords words(w);
+    const Words words(w);
     const bool sorted = std::is_sorted(w.begin(), w.end());
-
     RV ranges(1);
-    FZ_CHECK(scalarsToRanges(words.begin(), words.end(), ranges) == sorted);
     IV mix(1);
+    FZ_CHECK(scalarsToRanges(words.begin(), words.end(), ranges) == sorted);
     FZ_CHECK(scalarsToMixArray(words.begin(), words.end(), mix) == sorted);
-    if (!sorted) return;
-    if (w.empty()) {
-        FZ_CHECK(ranges.empty() && mix.empty());
-        return;
-    }
+    if (!sorted || w.empty()) return;
     if (int64_t{w.back()} - w.front() <= INT32_MAX) {
         std::vector<R> singles;
         for (int32_t v : w) singles.push_back(R{v, v});
         FZ_CHECK(asIntervals(ranges) == canonical(singles));
     }
     FZ_CHECK(mix[0] == static_cast<int32_t>(w.size()));
-    if (w.front() < 0) return;  // negative members read back as range openers, by design
-
-    RV decoded;
-    const char* error = "unset";
-    convertMixToRangeArray(mix.begin(), mix.end(), decoded, error);
-    FZ_CHECK(error == nullptr);
-    FZ_CHECK(asIntervals(decoded) == asIntervals(ranges));
-    if (std::adjacent_find(w.begin(), w.end()) != w.end()) return;  // repeats count in the count word
-    uint64_t members = 0;
-    FZ_CHECK(countMixMembers(mix.begin() + 1, mix.end(), members) && members == w.size());
-    std::unique_ptr<int32_t[]> out(new int32_t[w.size()]);
-    FZ_CHECK(expandMixArray(mix.begin() + 1, mix.end(), out.get(), w.size(), [] {}) == MixExpandError::None);
-    FZ_CHECK(std::equal(w.begin(), w.end(), out.get()));
+    if (w.front() >= 0) FZ_CHECK(decodeMix(mix) == asIntervals(ranges));  // negatives read as openers
 }
 
 void checkRanges(Reader& in) {
     bool normalised = false;
     const std::vector<R> list = someList(in, 200, normalised);
-    const ExactWords words(flatten(list));
-
+    const Words words(flatten(list));
     IV mix(1);
     rangesToMixArray(words.rangesBegin(), words.rangesEnd(), mix);
     uint32_t total = 0;
@@ -85,13 +71,7 @@ void checkRanges(Reader& in) {
         fitsInt32 = fitsInt32 && width > 0 && width <= INT32_MAX;
     }
     FZ_CHECK(mix[0] == static_cast<int32_t>(total));
-    if (wellFormed) {
-        RV decoded;
-        const char* error = "unset";
-        convertMixToRangeArray(mix.begin(), mix.end(), decoded, error);
-        FZ_CHECK(error == nullptr && asIntervals(decoded) == asIntervals(words.rangesBegin(), words.rangesEnd()));
-    }
-
+    if (wellFormed) FZ_CHECK(decodeMix(mix) == asIntervals(words.rangesBegin(), words.rangesEnd()));
     const int32_t count32 = rangeArrayCount32(words.rangesBegin(), words.rangesEnd());
     if (fitsInt32 && members <= INT32_MAX) FZ_CHECK(count32 == static_cast<int32_t>(members));
     FZ_CHECK(countMembers(words.rangesBegin(), words.rangesEnd()) == members);
@@ -101,13 +81,54 @@ void checkRanges(Reader& in) {
     FZ_CHECK(holdsMembers(words.rangesBegin(), words.rangesEnd(), out.get(), members));
 }
 
+void checkMix(Reader& in) {
+    const uint8_t mode = in.u8();
+    std::vector<int32_t> w;
+    if (mode & 1) {
+        w = in.words(512);
+    } else {
+        bool normalised = false;
+        Intervals items;
+        for (const R& r : someList(in, 128, normalised)) items.emplace_back(r.lower & 0x7fffffff, r.upper);
+        w = wordsOf(ArrayDataTypeMixArray, items, in.i32());
+        if ((mode & 6) == 6) w[in.u16() % w.size()] = in.i32();
+        if (mode & 8) w.pop_back();
+    }
+    const Words words(w);
+    RV ranges(in.u8() % 4);
+    ranges.push_back(R{7, 3});  // leftovers are discarded
+    const char* error = "unset";
+    convertMixToRangeArray(words.begin(), words.end(), ranges, error);
+    const int32_t* items = w.empty() ? words.begin() : words.begin() + 1;
+    uint64_t members = 0, widths = 0;
+    const bool counted = countMixMembers(items, words.end(), members);
+    FZ_CHECK(counted == (error == nullptr));
+    if (!counted) ranges.clear();
+    for (const R& r : ranges) {
+        FZ_CHECK(0 <= r.lower && r.lower <= r.upper);
+        widths += uint64_t(int64_t{r.upper} - r.lower) + 1;
+    }
+    FZ_CHECK(!counted || members == widths);
+
+    // A declared count that is right, when it is small enough to expand, or any.
+    uint64_t declared = in.u16() % 300;
+    if (counted && members <= kMaxExpanded && in.u8() & 1) declared = members;
+    std::unique_ptr<int32_t[]> out(new int32_t[declared ? declared : 1]);
+    const MixExpandError e = expandMixArray(items, words.end(), out.get(), declared, [] {});
+    FZ_CHECK(e == (!counted                ? MixExpandError::InvalidRange
+                   : declared == members ? MixExpandError::None
+                                         : MixExpandError::CountMismatch));
+    if (e == MixExpandError::None) FZ_CHECK(holdsMembers(ranges.begin(), ranges.end(), out.get(), declared));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Reader in(data, size);
-    if (in.u8() & 1)
-        checkScalars(in);
-    else
-        checkRanges(in);
+    switch (in.u8() % 3) {
+        case 0: checkRanges(in); break;
+        case 1: checkScalars(in); break;
+        default: checkMix(in); break;
+    }
     return 0;
 }

@@ -1,15 +1,10 @@
-// The GiST kernels: union, penalty, the consistency tests and the page split,
-// on keys from the input (well formed, lower <= upper, or any 64 bits).
-// Checks, on well-formed keys:
-// - the union is the smallest key covering both;
-// - the penalty is defined, at least the growth, below growth + 1 (within float
-//   precision), and below 1 exactly when the key needs no growth;
-// - no consistency test rejects an inner key (the union of leaf keys) when it
-//   accepts one of its leaves: an index scan cannot miss a row;
-// - the range-array and bitfield tests equal the model on sorted lists;
-// - the page split puts every entry on exactly one side, both sides non-empty,
-//   neither above 70% of the entries, and each side's union covers its keys.
-// Malformed keys must only be handled without a read or write out of bounds.
+// The GiST kernels on keys from the input (lower <= upper, or any 64 bits). On
+// well-formed keys: the union is the smallest covering key; the penalty lies in
+// [growth, growth + 1] and is below 1 exactly without growth; no consistency test
+// rejects an inner key when it accepts one of its leaves (a scan cannot miss a row),
+// and a leaf's range-list and bitfield answers equal the models; the page split puts
+// every entry on one side, neither side empty nor above 70%, each side's union
+// covering its keys. Malformed keys are only checked for memory safety.
 #include <cmath>
 
 #include "fuzz_common.h"
@@ -28,14 +23,9 @@ int64_t someKey(Reader& in, bool& wellFormed) {
         return key;
     }
     static constexpr int64_t kScales[4] = {1, 10, 100003, 50000017};
-    const int64_t base = how & 1 ? int64_t{in.i32()} : int64_t{static_cast<int8_t>(in.u8())};
-    const int64_t lower = std::clamp<int64_t>(base, INT32_MIN, INT32_MAX);
+    const int64_t lower = how & 1 ? int64_t{in.i32()} : int64_t{static_cast<int8_t>(in.u8())};
     const int64_t upper = std::min<int64_t>(lower + in.u8() * kScales[how >> 1 & 3], INT32_MAX);
     return packRange(static_cast<int32_t>(lower), static_cast<int32_t>(upper));
-}
-
-bool contains(int64_t outer, int64_t inner) {
-    return packedLower(outer) <= packedLower(inner) && packedUpper(inner) <= packedUpper(outer);
 }
 
 void checkPenalty(int64_t existing, int64_t added) {
@@ -46,26 +36,6 @@ void checkPenalty(int64_t existing, int64_t added) {
     FZ_CHECK(std::isfinite(penalty) && penalty >= 0);
     FZ_CHECK(penalty >= static_cast<float>(growth) && penalty <= static_cast<float>(growth + 1));
     FZ_CHECK((penalty < 1) == (growth == 0));
-}
-
-struct Query {
-    int64_t packed;
-    int32_t value;
-    std::vector<R> list;  // sorted, disjoint
-    std::vector<uint8_t> bitfield;
-    qn::bitfield::BitFieldView bf;
-};
-
-// The consistency answer for strategy s (0 to 7 in the order below).
-bool consistent(int s, int64_t key, const Query& q, const ExactWords& list, bool leaf) {
-    switch (s) {
-        case 0: return keyOverlaps(key, q.packed);
-        case 1: return keyIncludedIn(key, q.packed, leaf);
-        case 2: return keyContains(key, q.packed);
-        case 3: return keyContainsValue(key, q.value);
-        case 4: return keyMeetsRangeArray(key, list.rangesBegin(), list.rangesEnd());
-        default: return keyMeetsBitField(key, q.bf, leaf);
-    }
 }
 
 void checkSplit(const std::vector<int64_t>& keys, bool wellFormed) {
@@ -115,53 +85,56 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int64_t inner = keys[1];
     for (size_t i = 1; i < keys.size(); ++i) inner = keyUnion(inner, keys[i]);
     for (size_t i = 1; i < keys.size(); ++i) {
-        const int64_t u = keyUnion(keys[i], keys[i % (keys.size() - 1) + 1]);
-        FZ_CHECK(packedLower(u) == std::min(packedLower(keys[i]), packedLower(keys[i % (keys.size() - 1) + 1])));
-        FZ_CHECK(packedUpper(u) == std::max(packedUpper(keys[i]), packedUpper(keys[i % (keys.size() - 1) + 1])));
+        const int64_t other = keys[i % (keys.size() - 1) + 1], u = keyUnion(keys[i], other);
+        FZ_CHECK(packedLower(u) == std::min(packedLower(keys[i]), packedLower(other)) &&
+                 packedUpper(u) == std::max(packedUpper(keys[i]), packedUpper(other)));
         float ignored;
         if (!wellFormed) {
             computePenalty(keys[i], keys[keys.size() - i], ignored);
             continue;
         }
-        FZ_CHECK(contains(inner, keys[i]));
+        FZ_CHECK(keyUnion(inner, keys[i]) == inner);
         checkPenalty(inner, keys[i]);
         checkPenalty(keys[i], keys[keys.size() - i]);
     }
 
-    // A query of every kind.
-    Query q;
-    q.packed = someKey(in, wellFormed);
-    q.value = in.i32();
+    // A query of every kind: a range, a value, a range list, a bitfield of 1 to 2,048 bits.
+    const int64_t packed = someKey(in, wellFormed);
+    const int32_t value = in.i32();
     bool normalised = false;
-    q.list = someList(in, 64, normalised);
+    const std::vector<R> list = someList(in, 64, normalised);
     const int32_t min = in.i32();
+    const Words words(flatten(list));
     const uint32_t n = in.u16() % 2048 + 1;
-    const int32_t max = static_cast<int32_t>(static_cast<uint32_t>(min) + n - 1);
-    q.bitfield.assign(12 + qn::bitfield::bitBytes(n), 0);
-    qn::bitfield::writeBounds(q.bitfield.data(), min, max);
-    for (size_t i = 12; i < q.bitfield.size() && !in.empty(); ++i) q.bitfield[i] = in.u8() & in.u8();
-    ExactBuffer bitfield(q.bitfield);
-    if (qn::bitfield::readBitField(bitfield.get(), bitfield.size, q.bf) != qn::bitfield::BitFieldRead::Ok) return 0;
-    const ExactWords list(flatten(q.list));
-
+    std::vector<uint8_t> bitfield(12 + qn::bitfield::bitBytes(n), 0);
+    qn::bitfield::writeBounds(bitfield.data(), min, static_cast<int32_t>(static_cast<uint32_t>(min) + n - 1));
+    for (size_t i = 12; i < bitfield.size() && !in.empty(); ++i) bitfield[i] = in.u8() & in.u8();
+    const Bytes bytes(bitfield);
+    qn::bitfield::BitFieldView bf{};
+    FZ_CHECK(qn::bitfield::readBitField(bytes.get(), bytes.count, bf) == qn::bitfield::BitFieldRead::Ok);
+    auto consistent = [&](int s, int64_t key, bool leaf) {
+        switch (s) {
+            case 0: return keyOverlaps(key, packed);
+            case 1: return keyIncludedIn(key, packed, leaf);
+            case 2: return keyContains(key, packed);
+            case 3: return keyContainsValue(key, value);
+            case 4: return keyMeetsRangeArray(key, words.rangesBegin(), words.rangesEnd());
+            default: return keyMeetsBitField(key, bf, leaf);
+        }
+    };
     for (int s = 0; s < 6; ++s) {
         bool anyLeaf = false;
-        for (size_t i = 1; i < keys.size(); ++i) anyLeaf = consistent(s, keys[i], q, list, true) || anyLeaf;
-        const bool innerAnswer = consistent(s, inner, q, list, false);
-        if (wellFormed && (s != 4 || normalised)) FZ_CHECK(!anyLeaf || innerAnswer);
+        for (size_t i = 1; i < keys.size(); ++i) anyLeaf = consistent(s, keys[i], true) || anyLeaf;
+        if (wellFormed && (s != 4 || normalised)) FZ_CHECK(!anyLeaf || consistent(s, inner, false));
     }
-    if (normalised) {  // the range-array test against the model
-        for (size_t i = 1; i < keys.size(); ++i) {
-            const int64_t lo = packedLower(keys[i]), hi = packedUpper(keys[i]);
-            bool meets = false;
-            for (const R& r : q.list) meets = meets || (r.lower <= hi && lo <= r.upper);
-            FZ_CHECK(keyMeetsRangeArray(keys[i], list.rangesBegin(), list.rangesEnd()) == meets);
-        }
-    }
-    for (size_t i = 1; i < keys.size(); ++i) {  // the bitfield test of a leaf: its lower bound's bit
-        const int32_t v = packedLower(keys[i]);
-        const bool set = q.bf.covers(v) && bitAt(q.bf.bits, static_cast<uint32_t>(v) - static_cast<uint32_t>(min));
-        FZ_CHECK(keyMeetsBitField(keys[i], q.bf, true) == set);
+    // A leaf against the models: a range list it meets, and its lower bound's bit.
+    for (size_t i = 1; i < keys.size(); ++i) {
+        const int32_t lo = packedLower(keys[i]), hi = packedUpper(keys[i]);
+        bool meets = false;
+        for (const R& r : list) meets = meets || (r.lower <= hi && lo <= r.upper);
+        if (normalised) FZ_CHECK(consistent(4, keys[i], true) == meets);
+        const bool set = bf.covers(lo) && bitAt(bf.bits, static_cast<uint32_t>(lo) - static_cast<uint32_t>(min));
+        FZ_CHECK(consistent(5, keys[i], true) == set);
     }
     return 0;
 }
