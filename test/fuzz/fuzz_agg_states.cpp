@@ -1,10 +1,10 @@
 // The serialised states of the three aggregates, from any bytes in a heap copy of
 // exactly their length. Each reader takes exactly the well-formed states (int4set_agg:
-// lengths 6 + 8k; int4set_agg_optimized: bits within the capacity) and what it read
-// writes back as the same bytes. For int4set_agg_optimized, rows and another state's
-// bits change the bits as the bit model does, the three outputs list its members,
-// runs and mix items, and the sizes for a largest value hold it and nothing past it.
-// agg_keep_single hands out values inside the bytes and reads back what it wrote.
+// lengths 6 + 8k; int4set_agg_optimized: bits within the capacity). For
+// int4set_agg_optimized, rows and another state's bits change the bits as the bit
+// model does, the three outputs list its members, runs and mix items, and the sizes
+// for a largest value hold it and nothing past it. agg_keep_single hands out values
+// inside the bytes and reads back the header it wrote.
 #include "fuzz_common.h"
 #include "qnPgBitSetBuilder.h"
 #include "qnPgKeepSingleState.h"
@@ -25,12 +25,6 @@ void setState(Reader& in) {
                    : payload % 8                       ? SetStateError::RaggedRanges
                                                        : SetStateError::None));
     FZ_CHECK(count == (e == SetStateError::None ? payload / 8 : 0));
-    if (e != SetStateError::None) return;
-    const auto* ranges = reinterpret_cast<const R*>(state.get() + kSetStateRangesOffset);
-    std::vector<uint8_t> again(state.count, 0);
-    writeSetState(again.data(), static_cast<uint32_t>(inputType), static_cast<uint32_t>(outputType), ranges,
-                  ranges + count);
-    FZ_CHECK(std::memcmp(again.data() + 4, state.get() + 4, state.count - 4) == 0);
 }
 
 using namespace qn::bitfield;
@@ -79,10 +73,6 @@ void bitSetState(Reader& in) {
     FZ_CHECK((e == BitSetStateError::Corrupted) == (state.count - kBitSetStateBitsOffset > declared));
     if (e != BitSetStateError::None) return;
     FZ_CHECK(capacity == declared && size == state.count - kBitSetStateBitsOffset);
-    std::vector<uint8_t> again(state.count, 0);
-    writeBitSetState(again.data(), static_cast<uint32_t>(inputType), static_cast<uint32_t>(outputType), capacity,
-                     state.get() + kBitSetStateBitsOffset, size);
-    FZ_CHECK(std::memcmp(again.data() + 4, state.get() + 4, state.count - 4) == 0);
 
     // Deserialised as the aggregate does; a capacity the buffer refuses raises there.
     Buffer bits{};
@@ -164,13 +154,7 @@ void keepSingleState(Reader& in) {
     const KeepSingleStateError e = readKeepSingleState(bytes.get(), bytes.count, view);
     if (e == KeepSingleStateError::None && view.data)
         FZ_CHECK(view.data >= bytes.begin() && view.data + view.dataBytes <= bytes.end());
-    if (!written) return;
-    FZ_CHECK(e == KeepSingleStateError::None && view.isNull == isNull && view.typeOid == type);
-    if (keptAsVarlena(type))
-        FZ_CHECK(view.dataBytes == bytes.count - kValueOffset &&
-                 (view.dataBytes == 0 || std::memcmp(view.data, state.data() + kValueOffset, view.dataBytes) == 0));
-    else
-        FZ_CHECK(std::memcmp(&view.word, state.data() + kValueOffset, 8) == 0);
+    if (written) FZ_CHECK(e == KeepSingleStateError::None && view.isNull == isNull && view.typeOid == type);
 }
 
 }  // namespace

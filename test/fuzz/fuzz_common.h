@@ -196,19 +196,6 @@ inline bool withinOneSpan(std::initializer_list<const std::vector<R>*> lists) {
     return lo > hi || hi - lo <= INT32_MAX;
 }
 
-// Expansions into members are checked member by member up to this many.
-constexpr uint64_t kMaxExpanded = 1u << 16;
-
-// out holds the members of [first, last), range by range (an inverted range
-// holds none), and exactly `count` of them.
-inline bool holdsMembers(const R* first, const R* last, const int32_t* out, uint64_t count) {
-    uint64_t k = 0;
-    for (; first != last; ++first)
-        for (int64_t v = first->lower; v <= first->upper; ++v)
-            if (k >= count || out[k++] != v) return false;
-    return k == count;
-}
-
 // The int4[] forms of a set: 's' members, 'r' [lower, upper] pairs, 'm' a count
 // word, then members and ranges whose lower bound carries the sign bit.
 using qn::pgRangeArray::ArrayDataTypeMixArray;

@@ -1,13 +1,13 @@
 // Range lists, by a selector byte:
-// 0 set algebra (union, intersection, exclusion, the merging append) and the
+// 0 set algebra (union with its merging append, intersection, exclusion) and the
 //   readers in place (membership, overlap with a range and with a list);
 // 1 normaliseRanges (several normalised lists in a row reach the run merge, raw
-//   pairs the radix sort), isNormalised and the member walk;
+//   pairs the radix sort) and isNormalised;
 // 2 rangeArrayInsert and the set builder (batches from 256 ranges, so they reach
 //   the radix sort): the builder's list, whenever flushed, is the list one
 //   rangeArrayInsert per range makes;
-// 3 the packed range text: any bytes parse without passing their end, and what
-//   parses or formats reads back the same.
+// 3 the packed range text: any bytes parse without passing their end, and any
+//   two bounds format and read back the same.
 // On normalised lists (bounds within INT32_MAX where a kernel takes 32-bit differences)
 // results equal the set model's; raw pairs only have to be handled in bounds and end.
 #include "fuzz_common.h"
@@ -41,14 +41,6 @@ void algebra(Reader& in) {
     const bool overlap = rangeListsOverlap(a0, a1, b0, b1);
     if (normalised) FZ_CHECK(overlap == !both.empty());
 
-    // Appending B to A merges B's leading ranges into A's last: the union, as long
-    // as B does not start below A's last range.
-    out.clear();
-    out.append(a0, a1);
-    pushOrMerge(out, b0, b1);
-    if (modelled && (a.empty() || b.empty() || b.front().lower >= a.back().lower))
-        FZ_CHECK(asIntervals(out) == setOp(SetOp::Union, ma, mb));
-
     // Membership and overlap with one range, mostly next to A's bounds.
     for (int q = in.u8() % 8; q >= 0; --q) {
         const uint8_t how = in.u8();
@@ -79,14 +71,6 @@ void normalise(Reader& in, uint8_t mode) {
     FZ_CHECK(isNormalised(data, data + list.size()) == (asIntervals(data, data + list.size()) == model));
     const int64_t n = normaliseRanges<malloc, free>(data, list.size(), [] {});
     FZ_CHECK(n >= 0 && static_cast<size_t>(n) <= list.size() && asIntervals(data, data + n) == model);
-
-    // The members, in order, as far as the first few thousand.
-    MemberCursor cursor(data, data + n);
-    int32_t v = 0;
-    size_t seen = 0;
-    for (const Interval& i : model)
-        for (int64_t m = i.first; m <= i.second && seen < 5000; ++m, ++seen) FZ_CHECK(cursor.advance(v) && v == m);
-    if (seen < 5000) FZ_CHECK(!cursor.advance(v));
 }
 
 // `count` ranges around `base`, spread over `width` values, each up to `length` long;
@@ -159,14 +143,11 @@ void insert(Reader& in, uint8_t mode) {
 
 void text(Reader& in) {
     const Bytes bytes(in.bytes(in.u8() % 48));
-    int32_t lo = 0, hi = 0, lo2 = 0, hi2 = 0;
-    char out[kPackedRangeTextMax];
-    if (parsePackedRange(reinterpret_cast<const char*>(bytes.get()), bytes.count, lo, hi) == PackedRangeParse::Ok) {
+    int32_t lo = 0, hi = 0;
+    if (parsePackedRange(reinterpret_cast<const char*>(bytes.get()), bytes.count, lo, hi) == PackedRangeParse::Ok)
         FZ_CHECK(lo <= hi);
-        FZ_CHECK(parsePackedRange(out, formatPackedRange(lo, hi, out), lo2, hi2) == PackedRangeParse::Ok);
-        FZ_CHECK(lo2 == lo && hi2 == hi);
-    }
     // Any two bounds format within the maximum and read back, or are refused as inverted.
+    char out[kPackedRangeTextMax];
     const int32_t lower = in.i32(), upper = in.i32();
     const size_t length = formatPackedRange(lower, upper, out);
     FZ_CHECK(length <= kPackedRangeTextMax);
