@@ -1,5 +1,4 @@
--- Bitfields: the byte layout, the two empty sizes, the reader's checks, the refusal of input that would not fit its
--- span, and known answers of every bitfield test.
+-- Bitfields: layout, the reader's checks, refused input, known answers of every bitfield test.
 \i sql/include/errors.psql
 
 -- Layout: min, max, then whole 64-bit words of bits, most significant bit first.
@@ -10,15 +9,12 @@ FROM (VALUES ('r'::"char", '{3,5,9,9}'::int4[]), ('s', '{0,63,64}'), ('s', '{5}'
      LATERAL (SELECT qn_int4set2bitfield_int4(f, a) AS bf) b;
 SELECT qn_int4set2bitfield_int4(NULL, '{1}') IS NULL AS null_form, qn_int4set2bitfield_int4('s', NULL) IS NULL AS null_set;
 
--- Refused: odd range arrays, form letters, and input that would put a member outside [first, last] (unsorted sets,
--- inverted runs, a mix array ending in a range opener, the whole int4 span).
+-- Refused: odd range arrays, bad letters, input putting a member outside [first, last].
 SELECT f, a, pg_temp.try(format('SELECT qn_int4set2bitfield_int4(%L, %L)', f, a)) AS outcome
 FROM (VALUES ('r', '{1,2,3}'), ('x', '{1}'), ('S', '{1}'), ('s', '{1,5,3}'), ('s', '{5,1}'), ('r', '{1,4,3,2,6,9}'),
              ('r', '{5,2}'), ('m', '{3,1,-2147483646}'), ('m', '{3,5,1}'), ('r', '{-2147483648,2147483647}')) t(f, a);
 
--- The reader: empty bitfields of 13 and 20 bytes read as empty (false), a value shorter than 12 bytes or with a bit
--- string of the wrong length is refused.
--- le(v): v as the bitfield holds it, in native (little-endian) order; int4send writes big-endian.
+-- The reader: empty bitfields of 13 and 20 bytes are empty; short ones or wrong bit lengths are refused. le(v): native order.
 CREATE FUNCTION pg_temp.le(v int4) RETURNS bytea LANGUAGE sql AS $$
     SELECT decode(regexp_replace(encode(int4send(v), 'hex'), '(..)(..)(..)(..)', '\4\3\2\1'), 'hex')
 $$;
@@ -54,8 +50,7 @@ SELECT pg_temp.try($$SELECT qn_int4set_overlap_bitfield('r', '{10,11,12}', qn_in
        pg_temp.try($$SELECT qn_int4set_overlap_bitfield('m', '{3,11,-2147483636}', qn_int4set2bitfield_int4('s', '{10,12}'))$$) AS mix_opener_last_lies_below,
        pg_temp.try($$SELECT qn_int4set_overlap_bitfield('q', '{10}', qn_int4set2bitfield_int4('s', '{10,12}'))$$) AS bad_letter;
 
--- Inclusion of runs: a run starting on a byte boundary needs whole bytes, and one starting inside a byte is never
--- inside, even with all its bits set; a run reaching outside the span is not inside.
+-- Inclusion of runs: whole bytes from a byte boundary; never from inside a byte or outside the span.
 SELECT qn_int4set_included_in_bitfield('r', '{100,115}', bf) AS aligned_two_bytes,
        qn_int4set_included_in_bitfield('r', '{102,112}', bf) AS unaligned_two_bytes,
        qn_int4set_included_in_bitfield('r', '{102,106}', bf) AS within_one_byte,

@@ -14,8 +14,7 @@ FROM (VALUES (1, pg_temp.word(1), '{1,100}'::int4[]),
              (3, pg_temp.word(1), '{30,40}'),
              (4, pg_temp.word(3, close => 1), '{15,35}')) t(ord, w, a);
 
--- Per group, left to right, no precedence; a first intersection or exclusion meets the empty start; bits 16 and up are
--- ignored; groups left open close at the end.
+-- Left to right; a first ∩ or \ meets the empty start; bits 16+ ignored; open groups close at the end.
 SELECT int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'left_to_right') AS left_to_right,
        int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'starts_empty') AS starts_empty,
        int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'high_bits') AS high_bits,
@@ -27,8 +26,7 @@ FROM (VALUES ('left_to_right', 1, pg_temp.word(1), '{1,10}'::int4[]), ('left_to_
              ('left_open', 1, pg_temp.word(1), '{1,10}'), ('left_open', 2, pg_temp.word(3, open => 2), '{2,3}'),
              ('left_open', 3, pg_temp.word(1), '{8,9}')) t(k, ord, w, a);
 
--- NULL operands skip the whole row, closes and opens included; arrays that are not one-dimensional or hold NULLs are
--- empty operands.
+-- NULL operands skip the row (closes and opens too); 2-D or NULL-holding arrays are empty operands.
 SELECT int4range_op_agg(w, a ORDER BY ord) AS null_row_skipped
 FROM (VALUES (1, pg_temp.word(1), '{1,10}'::int4[]), (2, pg_temp.word(3, open => 1), NULL),
              (3, pg_temp.word(3, close => 1), NULL), (4, pg_temp.word(3), '{{2,3},{4,5}}'),

@@ -1,17 +1,24 @@
--- Packed ranges and the membership and overlap tests over range arrays and packed ranges: packing, its errors, the
--- shape rules, known answers, stored arrays.
+-- Packed ranges (packing, text form) and membership and overlap tests over range arrays and packed ranges.
 \i sql/include/errors.psql
 
 -- Packing: lower in the low 32 bits, upper in the high 32 bits.
 SELECT qn_range_pack(3, 3) AS three, qn_range_pack('{3,3}') AS three_from_array,
        qn_range_pack(-1, 0) AS minus_one_to_zero, qn_range_pack(-2147483648, 2147483647) AS full_span,
        qn_rangepacked_lower(qn_range_pack(-10, -1)) AS lower, qn_rangepacked_upper(qn_range_pack(-10, -1)) AS upper,
-       qn_rangepacked_lower(-4294967296) AS unchecked_lower, qn_rangepacked_upper(-4294967296) AS unchecked_upper;
-SELECT a, pg_temp.try(format('SELECT qn_range_pack(%L::%s)', a, t)) AS outcome
-FROM (VALUES ('{1,2,3}', 'int4[]'), ('{1,NULL}', 'int4[]'), ('{{1,2}}', 'int4[]'), ('{}', 'int4[]'),
-             ('{5,4}', 'int4[]')) t(a, t);
+       qn_rangepacked_lower(-4294967296) AS unchecked_lower, qn_rangepacked_upper(-4294967296) AS unchecked_upper,
+       qn_rangepacked_to_text(-4294967296) AS unchecked_text;
+SELECT a, pg_temp.try(format('SELECT qn_range_pack(%L::int4[])', a)) AS outcome
+FROM (VALUES ('{1,2,3}'), ('{1,NULL}'), ('{{1,2}}'), ('{}'), ('{5,4}')) t(a);
 SELECT pg_temp.try('SELECT qn_range_pack(5, 4)') AS inverted, pg_temp.try('SELECT qn_range_pack(4, 4)') AS single,
        qn_range_pack(NULL::int4, 1) IS NULL AS strict_bounds, qn_range_pack(NULL::int4[]) IS NULL AS strict_array;
+
+-- Text "[lower,upper]" and back: blanks and signs are accepted; anything else is a syntax error (22P02), a bound outside
+-- int4 is out of range (22003), upper below lower is an invalid range (22023).
+SELECT t, pg_temp.run(format('SELECT qn_rangepacked_to_text(qn_rangepacked_from_text(%L))', t)) AS parsed
+FROM (VALUES ('[3,5]'), (' [ -5 , +7 ] '), (E'\t[1,1]\n'), ('[-2147483648,2147483647]'), ('[007,8]'),
+             ('[1,2'), ('1,2]'), ('[1;2]'), ('[1,2)'), ('[,2]'), ('[1,2]x'), ('[1,2,3]'), ('[+,2]'), ('[1 2,3]'), (''),
+             ('[1,2147483648]'), ('[-2147483649,0]'), ('[99999999999999999999,0]'), ('[1,x99999999999]'),
+             ('[5,4]')) v(t);
 
 -- Known answers: both ends inclusive, "in" between ranges means sharing a member.
 SELECT qn_int4_in_rangearray(5, '{1,5}') AS upper_end, qn_int4_in_rangearray(1, '{1,5}') AS lower_end,

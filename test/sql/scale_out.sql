@@ -1,6 +1,4 @@
--- Scaling out with postgres_fdw: this database coordinates a table partitioned by tenant over foreign tables in two
--- shard databases of this cluster, whose servers declare the extension shippable; every answer is that of the same
--- query over one local table.
+-- postgres_fdw over two shard databases declaring the extension shippable: answers equal one local table's.
 SELECT current_database() AS coordinator, current_user AS superuser,
        current_setting('unix_socket_directories') AS socket_dir, current_setting('port') AS port \gset
 SET client_min_messages = warning;
@@ -34,8 +32,7 @@ FROM (SELECT g, abs(hashint4(g + 1)) % 100000 AS lo FROM generate_series(1, 4000
 INSERT INTO visits SELECT * FROM visits_local;
 SELECT (SELECT count(*) FROM visits_1) AS shard_1_rows, (SELECT count(*) FROM visits_2) AS shard_2_rows;
 
--- sharded(query): what the shards' foreign scans are sent (visits_N for either shard), the query's rows, and whether
--- they are those of the same query over visits_local.
+-- sharded(query): the shards' remote SQL, the rows, whether they equal the query's over visits_local.
 CREATE FUNCTION pg_temp.sharded(query text, OUT scans int, OUT remote_sql text, OUT rows bigint, OUT same bool)
 LANGUAGE plpgsql AS $$
 DECLARE line text; sqls text[] := '{}'; sharded text[]; local text[];
@@ -54,8 +51,7 @@ BEGIN
     same := sharded IS NOT DISTINCT FROM local;
 END $$;
 
--- Membership tests as operators and as functions, and int4set_agg grouped by the partition key, run on the shards; a
--- global set is combined here from the shards' sets; not grouped by the partition key, the shards send rows.
+-- Membership tests and int4set_agg by tenant run on the shards; other aggregates get rows.
 SET enable_partitionwise_aggregate = on;
 SELECT name, r.* FROM (VALUES
     ('operator', 'SELECT tenant, v FROM visits WHERE v <@ ''{100,2000,50000,52000}''::int4[]'),
