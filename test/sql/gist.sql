@@ -118,16 +118,10 @@ SELECT (SELECT count(*) FROM gi WHERE v <@ '{}'::int4[]) AS empty_array,
 
 -- Unimplemented strategies and by-value operands to pointer strategies fail cleanly.
 CREATE OPERATOR CLASS misfit_strategies FOR TYPE int8 USING gist AS
-    OPERATOR 1 <= (int8, int8),
-    OPERATOR 2 >= (int8, int8),
-    OPERATOR 4 = (int8, int8),
-    OPERATOR 12 < (int8, int8),
-    OPERATOR 17 > (int8, int8),
-    FUNCTION 1 qn_gist_range_consistent(internal, int8, int2, oid, internal),
-    FUNCTION 2 qn_gist_range_union(internal, internal),
-    FUNCTION 3 qn_gist_range_compress_int8(internal),
-    FUNCTION 5 qn_gist_range_penalty(internal, internal, internal),
-    FUNCTION 6 qn_gist_range_picksplit(internal, internal),
+    OPERATOR 1 <= (int8, int8), OPERATOR 2 >= (int8, int8), OPERATOR 4 = (int8, int8), OPERATOR 12 < (int8, int8),
+    OPERATOR 17 > (int8, int8), FUNCTION 1 qn_gist_range_consistent(internal, int8, int2, oid, internal),
+    FUNCTION 2 qn_gist_range_union(internal, internal), FUNCTION 3 qn_gist_range_compress_int8(internal),
+    FUNCTION 5 qn_gist_range_penalty(internal, internal, internal), FUNCTION 6 qn_gist_range_picksplit(internal, internal),
     FUNCTION 7 qn_gist_range_same(int8, int8, internal);
 CREATE TABLE gs AS SELECT qn_range_pack(i, i + 5) AS r FROM generate_series(1, 1000) i;
 CREATE INDEX gs_r ON gs USING gist (r misfit_strategies);

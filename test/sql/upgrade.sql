@@ -77,9 +77,5 @@ SELECT 'missing after update' AS side, * FROM (SELECT * FROM created_objects EXC
 UNION ALL
 SELECT 'only after update', * FROM (SELECT * FROM pg_temp.extension_objects() EXCEPT SELECT * FROM created_objects) o;
 -- The listing reads every kind of object the extension has.
-SELECT count(*) FILTER (WHERE definition LIKE 'returns % | aggregate %') > 0 AS aggregates,
-       count(*) FILTER (WHERE definition LIKE 'returns % symbol qn\_% | %') > 50 AS functions,
-       count(*) FILTER (WHERE definition LIKE 'operator qn\_% | %') > 0 AS operators,
-       count(*) FILTER (WHERE definition LIKE 'opclass % | %') > 0 AS operator_classes,
-       count(*) FILTER (WHERE definition LIKE 'op 1% | fn 1 %') > 0 AS operator_families
-FROM created_objects;
+SELECT p AS kind, (SELECT count(*) FROM created_objects WHERE definition LIKE p) > 0 AS listed
+FROM unnest(ARRAY['returns % | aggregate %', 'returns % symbol qn\_% | %', 'operator qn\_% | %', 'opclass % | %', 'op 1% | fn 1 %']) p;
