@@ -1,5 +1,4 @@
--- int4set_agg, int4set_agg_optimized and agg_keep_single in one backend (other plans: aggregate_plans): each row form
--- into each output form, the first row fixing the forms, skipped rows, the int4 ends, the errors.
+-- int4set_agg, int4set_agg_optimized and agg_keep_single in one backend (other plans: aggregate_plans).
 \i sql/include/errors.psql
 \i sql/include/plans.psql
 
@@ -23,8 +22,7 @@ FROM (VALUES (1, 'r'::"char", '{1,3}'::int4[], 's'::"char"),
 SELECT int4set_agg(form, a, 'r') AS ignored
 FROM (VALUES ('s'::"char", '{{1,2},{3,4}}'::int4[]), ('r', '{1,NULL}'), ('m', '{{1,2}}'), ('s', '{42}')) t(form, a);
 
--- 2147483647 is where inserting wraps ("upper + 1"): it goes to the front of the list, which is then no longer
--- ascending.
+-- 2147483647 is where inserting wraps ("upper + 1"): it goes to the front of the list.
 SELECT int4set_agg(v, 'r' ORDER BY ord) AS top_value_first
 FROM (VALUES (1, 1), (2, 5), (3, 2147483647)) t(ord, v);
 
@@ -35,8 +33,7 @@ FROM (VALUES (1, 10, 0), (15, 0, 1), (0, -5, 2)) t(v, m, ord);
 SELECT int4set_agg_optimized(v, 10, 'r') AS null_value_skipped FROM (VALUES (NULL), (4)) t(v);
 SELECT pg_temp.try($$SELECT int4set_agg_optimized(lo, hi, 10, 'r') FROM (VALUES (1, NULL), (1, 2)) t(lo, hi)$$) AS null_upper_first;
 
--- Each row form into each output form. Inverted bounds and inverted mix items add nothing; arrays that are empty, not
--- one-dimensional or hold NULLs are skipped.
+-- Each row form: inverted bounds and mix items add nothing; empty, 2-D and NULL-holding arrays are skipped.
 SELECT int4set_agg_optimized(v, 100, 's') AS s, int4set_agg_optimized(v, 100, 'r') AS r,
        int4set_agg_optimized(v, 100, 'm') AS m
 FROM (VALUES (1), (2), (3), (7), (NULL)) t(v);
@@ -50,9 +47,8 @@ GROUP BY form ORDER BY form;
 -- The top of int4: a 'maxinput' of 2147483647 holds every non-negative value.
 SELECT int4set_agg_optimized(v, 2147483647, 'm') AS top FROM (VALUES (0), (2147483646), (2147483647)) t(v);
 
--- One-row calls: known answers and errors with their SQLSTATEs. A mix array counts the integers (a single value has no
--- range item); bounds are taken as given, even inverted; a range up to 2147483647 stops there; 'maxinput' is rounded up
--- to the end of its byte (10 accepts 0 to 15); a set is counted before it is built; no bits give an 'm' without count.
+-- One-row calls and their errors: bounds taken as given, a range up to 2147483647 stops there, 'maxinput' rounded up
+-- to its byte's end (10 accepts 0 to 15), sets counted before they are built, no bits as an 'm' without count word.
 SELECT q, pg_temp.run('SELECT ' || q) AS result FROM (VALUES
     ($$int4set_agg(7, 'm')$$), ($$int4set_agg(1007, 'm')$$), ($$int4set_agg(9, 5, 'r')$$), ($$int4set_agg(9, 5, 's')$$),
     ($$int4set_agg(2147483645, 2147483647, 's')$$), ($$int4set_agg(-2147483646, -2147483648, 'r')$$),
@@ -76,8 +72,7 @@ SELECT agg_keep_single(true) AS b, agg_keep_single(2::int2) AS i2, agg_keep_sing
        agg_keep_single('\x00ff'::bytea) AS y, agg_keep_single('ab'::text) AS t,
        pg_typeof(agg_keep_single(2::int2)) AS i2_type, pg_typeof(agg_keep_single(0.5::float4)) AS f4_type
 FROM generate_series(1, 2);
--- Policy on (the default): any other value (bit for bit) or a change of NULL-ness is refused, but a NULL after an int
--- compares as 0; NULLs only give NULL. Policy off: the first row is kept. Rows (o, v) in order o.
+-- Policy on: another value (bit for bit) or NULL-ness is refused, a NULL after an int is 0; off: the first row is kept.
 SELECT call, rows, pg_temp.run(format('SELECT %s FROM (VALUES %s) t(o, v)', call, rows)) AS result
 FROM (VALUES ('agg_keep_single(v)', '(1, 1.5::numeric)'), ('agg_keep_single(v, false)', '(1, NULL::numeric), (2, 2)'),
              ('agg_keep_single(v ORDER BY o)', '(1, 5), (2, 6)'), ('agg_keep_single(v ORDER BY o)', '(1, 0::float8), (2, ''-0'')'),
@@ -90,8 +85,7 @@ FROM (VALUES ('agg_keep_single(v)', '(1, 1.5::numeric)'), ('agg_keep_single(v, f
              ('agg_keep_single(v ORDER BY o)', '(1, 5), (2, NULL)'),
              ('agg_keep_single(v ORDER BY o)', '(1, ''ab''::text), (2, NULL)')) t(call, rows);
 
--- The serialised state, through an aggregate that ends in the serial function: kind, NULL flag, type, then the Datum
--- (by-value types) or the bytes; a text state without a value carries no bytes.
+-- The serialised state: kind, NULL flag, type, then the Datum or the bytes (none for a NULL text).
 CREATE AGGREGATE pg_temp.keep_single_state(anyelement) (
     SFUNC = qn_agg_keep_single_transfn, STYPE = internal, FINALFUNC = qn_agg_keep_single_serialfn);
 SELECT pg_temp.keep_single_state(7) AS int4_7, pg_temp.keep_single_state('ab'::text) AS text_ab,

@@ -83,7 +83,6 @@ LANGUAGE sql AS $$
     LATERAL pg_temp.check(t, c, o, a) r
 $$;
 
--- An index built over the loaded rows.
 CREATE INDEX gi_v ON gi USING gist (v qn_gist_int4_ops);
 CREATE INDEX gp_r ON gp USING gist (r qn_gist_rangepacked_ops);
 SELECT * FROM pg_temp.check_all('gi', 'gp');

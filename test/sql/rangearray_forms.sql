@@ -1,8 +1,7 @@
 -- Range arrays in and out of int4range, int4range[], int4multirange and rows; normalising and comparing them.
 \i sql/include/errors.psql
 
--- int4range to packed range and back: any bound style gives the closed range; unbounded ends are the int4 extremes and
--- come back unbounded; the empty range has no packed form; a packed range with upper below lower is refused.
+-- int4range to packed range and back: closed ranges, unbounded ends as the int4 extremes, no packed empty range.
 SELECT r, pg_temp.run(format('SELECT qn_rangepacked_to_text(qn_rangepacked_from_int4range(%L))', r)) AS packed,
        pg_temp.run(format('SELECT qn_rangepacked_to_int4range(qn_rangepacked_from_int4range(%L))', r)) AS back
 FROM (VALUES ('[3,5]'::int4range), ('(3,5)'), ('[-10,0)'), ('(,5]'), ('[7,)'), ('(,)'),
@@ -10,8 +9,7 @@ FROM (VALUES ('[3,5]'::int4range), ('(3,5)'), ('[-10,0)'), ('(,5]'), ('[7,)'), (
 SELECT p, pg_temp.run(format('SELECT qn_rangepacked_to_int4range(%s)', p)) AS range
 FROM (VALUES (qn_range_pack(-1, 0)), (qn_range_pack(5, 5)), (-4294967296), (0)) t(p);
 
--- int4range[] to a range array: any order and shape; overlapping and adjacent ranges merge, NULL elements and empty
--- ranges add nothing. Back: one range per pair in pair order, an inverted pair as the empty range.
+-- int4range[] to a range array (merged; NULLs and empty ranges add nothing) and back (one range per pair, in order).
 SELECT a, qn_rangearray_from_int4ranges(a) AS range_array
 FROM (VALUES ('{"[10,20)","[1,3]",empty,NULL,"[4,5]"}'::int4range[]), ('{"(,-5)","[100,)","[-5,-5]"}'),
              ('{{"[1,2]","[8,9]"},{"[3,4]",NULL}}'), ('{"(,)","[1,2]"}'), ('{empty,NULL}'), ('{}')) t(a);
@@ -19,8 +17,7 @@ SELECT a, pg_temp.run(format('SELECT qn_rangearray_to_int4ranges(%L)', a)) AS ra
 FROM (VALUES ('{1,3,10,19,5,4}'::int4[]), ('{-2147483648,0,7,2147483647}'), ('{3,3}'), ('{}'),
              ('{{1,2},{3,4}}'), ('{1,NULL}'), ('{1,2,3}')) t(a);
 
--- int4multirange (PostgreSQL 14 and later; elsewhere its functions and casts are absent): each check runs only where
--- multiranges exist, and the output lists the failing ones, so it reads the same on every server.
+-- int4multirange (14 and later, absent before): checks run where it exists and list only failures, for every server.
 SELECT current_setting('server_version_num')::int >= 140000 AS has_multirange \gset
 SELECT count(*) = CASE WHEN :'has_multirange' THEN 4 ELSE 0 END AS multirange_objects_as_expected
 FROM pg_depend d JOIN pg_extension e ON e.oid = d.refobjid AND e.extname = 'kelvarn_range_operators'
@@ -47,8 +44,7 @@ SELECT name, got, expected
 FROM (SELECT name, pg_temp.run(query) AS got, expected FROM checks WHERE :'has_multirange') c
 WHERE got IS DISTINCT FROM expected;
 
--- Rows: pairs come as they are (inverted pairs add no member, overlapping ones repeat members); the int4 extremes end
--- a range without wrapping; arrays read as empty give no rows; odd lengths are refused.
+-- Rows: pairs as they are (inverted add nothing, overlaps repeat), no wrap at the int4 extremes, odd lengths refused.
 SELECT * FROM qn_rangearray_unnest('{1,3,10,10,-5,-7}');
 SELECT a, pg_temp.try(format('SELECT qn_rangearray_members(%L)', a)) AS outcome,
        CASE WHEN cardinality(a) % 2 = 0 THEN ARRAY(SELECT qn_rangearray_members(a)) END AS members,
@@ -64,8 +60,7 @@ SET statement_timeout = '100ms';
 SELECT count(*) FROM (SELECT qn_rangearray_members('{-2147483648,2147483647}')) s;
 RESET statement_timeout;
 
--- Normalising unsorted (in a few runs, or in many), overlapping, adjacent, inverted and repeated pairs; adjacency and
--- order at the int4 extremes (compared without wrapping); both forms of '{}', and the shapes read as empty.
+-- Normalising unsorted, overlapping, adjacent, inverted and repeated pairs, at the int4 extremes too, and empty shapes.
 SELECT a, pg_temp.run(format('SELECT qn_rangearray_normalise(%L)', a)) AS normalised,
        pg_temp.run(format('SELECT qn_rangearray_is_normalised(%L)', a)) AS is_normalised,
        pg_temp.run(format('SELECT qn_rangearray_is_empty(%L)', a)) AS is_empty

@@ -5,14 +5,11 @@ SET client_min_messages = warning;
 DROP DATABASE IF EXISTS scale_out_shard_1 WITH (FORCE);
 DROP DATABASE IF EXISTS scale_out_shard_2 WITH (FORCE);
 CREATE DATABASE scale_out_shard_1 TEMPLATE template0;
-CREATE DATABASE scale_out_shard_2 TEMPLATE template0;
 \c scale_out_shard_1
 CREATE EXTENSION kelvarn_range_operators;
-CREATE TABLE visits_1 (tenant int4, v int4, slot int8);
-\c scale_out_shard_2
-CREATE EXTENSION kelvarn_range_operators;
-CREATE TABLE visits_2 (tenant int4, v int4, slot int8);
+CREATE TABLE visits (tenant int4, v int4, slot int8);
 \c :coordinator
+CREATE DATABASE scale_out_shard_2 TEMPLATE scale_out_shard_1;
 
 CREATE EXTENSION postgres_fdw;
 CREATE SERVER shard_1 FOREIGN DATA WRAPPER postgres_fdw
@@ -22,8 +19,8 @@ CREATE SERVER shard_2 FOREIGN DATA WRAPPER postgres_fdw
 CREATE USER MAPPING FOR CURRENT_USER SERVER shard_1 OPTIONS (user :'superuser');
 CREATE USER MAPPING FOR CURRENT_USER SERVER shard_2 OPTIONS (user :'superuser');
 CREATE TABLE visits (tenant int4, v int4, slot int8) PARTITION BY RANGE (tenant);
-CREATE FOREIGN TABLE visits_1 PARTITION OF visits FOR VALUES FROM (0) TO (50) SERVER shard_1;
-CREATE FOREIGN TABLE visits_2 PARTITION OF visits FOR VALUES FROM (50) TO (100) SERVER shard_2;
+CREATE FOREIGN TABLE visits_1 PARTITION OF visits FOR VALUES FROM (0) TO (50) SERVER shard_1 OPTIONS (table_name 'visits');
+CREATE FOREIGN TABLE visits_2 PARTITION OF visits FOR VALUES FROM (50) TO (100) SERVER shard_2 OPTIONS (table_name 'visits');
 
 -- The same rows in one local table and, through the coordinator, on the shards.
 CREATE TABLE visits_local AS
@@ -39,7 +36,7 @@ DECLARE line text; sqls text[] := '{}'; sharded text[]; local text[];
 BEGIN
     FOR line IN EXECUTE 'EXPLAIN (VERBOSE, COSTS OFF) ' || query LOOP
         IF line ~ '^\s*Remote SQL: ' THEN
-            sqls := sqls || regexp_replace(regexp_replace(line, '^\s*Remote SQL: ', ''), 'visits_[12]', 'visits_N');
+            sqls := sqls || regexp_replace(line, '^\s*Remote SQL: ', '');
         END IF;
     END LOOP;
     scans := cardinality(sqls);
