@@ -41,14 +41,10 @@ SELECT pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1, open => 6), '{1,1}'
        pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1, open => 1), '{1,1}'::int4[] ORDER BY g)
                      FROM generate_series(1, 6) g$$) AS six_row_by_row;
 
--- Errors.
-SELECT pg_temp.try($$SELECT int4range_op_agg(NULL, '{1,2}'::int4[])$$) AS null_word,
-       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1, close => 1), '{1,2}'::int4[])$$) AS close_root,
-       pg_temp.try($$SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES (1, pg_temp.word(1, open => 1), '{1,2}'::int4[]),
-                     (2, pg_temp.word(1, close => 2), '{5,6}')) t(o, w, a)$$) AS close_past_root,
-       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1), '{1,2,3}'::int4[])$$) AS odd_operand;
--- Operation 0 fails when applied; opening with it is fine until its group closes.
-SELECT pg_temp.try($$SELECT int4range_op_agg(0, '{1,2}'::int4[])$$) AS zero_applied,
-       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(0, open => 1), '{1,2}'::int4[])$$) AS zero_closed_at_end,
-       pg_temp.try($$SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES (1, pg_temp.word(0, open => 1), '{1,2}'::int4[]),
-                     (2, pg_temp.word(1), '{5,6}')) t(o, w, a)$$) AS zero_open_then_union;
+-- Errors; operation 0 fails when applied, and opening a group with it is fine until the group closes. Rows (o, w, a).
+SELECT w, pg_temp.run(format('SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES %s) t(o, w, a)', w)) AS outcome
+FROM (VALUES ('(1, NULL::int4, ''{1,2}''::int4[])'), ('(1, pg_temp.word(1, close => 1), ''{1,2}''::int4[])'),
+             ('(1, pg_temp.word(1, open => 1), ''{1,2}''::int4[]), (2, pg_temp.word(1, close => 2), ''{5,6}'')'),
+             ('(1, pg_temp.word(1), ''{1,2,3}''::int4[])'), ('(1, 0, ''{1,2}''::int4[])'),
+             ('(1, pg_temp.word(0, open => 1), ''{1,2}''::int4[])'),
+             ('(1, pg_temp.word(0, open => 1), ''{1,2}''::int4[]), (2, pg_temp.word(1), ''{5,6}'')')) t(w);
