@@ -42,7 +42,8 @@ SELECT qn_int4set_overlap_bitfield('r', '{0,5,30,40}', bf) AS pairs_outside, qn_
        qn_int4set_overlap_bitfield('r', '{0,9}', bf) AS below, qn_int4set_included_in_bitfield('s', '{}', bf) AS empty_set,
        qn_int4set_included_in_bitfield('s', '{{10}}', bf) AS two_dims, qn_int4set_overlap_bitfield('m', '{0}', bf) AS count_word_only,
        qn_int4rangepacked_in_rangebitfield(qn_range_pack(13, 19), bf) AS gap,
-       qn_int4rangepacked_in_rangebitfield(-4294967296 + 5, qn_int4set2bitfield_int4('s', '{0,5}')) AS inverted_packed
+       qn_int4rangepacked_in_rangebitfield(-4294967296 + 5, qn_int4set2bitfield_int4('s', '{0,5}')) AS inverted_packed,
+       qn_int4set_overlap_bitfield('r', '{13,18}', qn_int4set2bitfield_int4('s', '{10,18}')) AS run_meets_first_bit_of_last_byte
 FROM (SELECT qn_int4set2bitfield_int4('s', '{10,12,20}') AS bf) b;
 SELECT pg_temp.try($$SELECT qn_int4set_overlap_bitfield('r', '{10,11,12}', qn_int4set2bitfield_int4('s', '{10,12}'))$$) AS odd,
        pg_temp.try($$SELECT qn_int4set_overlap_bitfield('m', '{3,11,-2147483636}', qn_int4set2bitfield_int4('s', '{10,12}'))$$) AS mix_opener_last_lies_below,
