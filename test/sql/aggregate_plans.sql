@@ -1,9 +1,7 @@
--- Every aggregate, in each input form, gives the plain sorted plan's answer in every plan the server can choose (each
--- plan's shape checked first), and as a window aggregate.
+-- Every aggregate form gives the plain sorted plan's answer in every plan shape (each shape checked), and in windows.
 \i sql/include/plans.psql
 
--- 100 rows per group over two partitions, every 7th without a member; a third partition of rows without members only.
--- Values in [0, 5000] for the optimized aggregate, which refuses a first row whose second argument is NULL.
+-- 100 rows per group over two partitions, every 7th without a member; a third partition without members; values in [0, 5000].
 CREATE TABLE agg_rows (id int4, part int4, grp int4, v int4, lo int4, hi int4, s int4[], r int4[], m int4[],
                        label text, word int4) PARTITION BY LIST (part);
 CREATE TABLE agg_rows_0 PARTITION OF agg_rows FOR VALUES IN (0);
@@ -20,8 +18,7 @@ FROM (SELECT id, abs(hashint4(id + 1)) % 4970 AS lo, id <= 12000 AND id % 7 <> 0
       FROM generate_series(1, 13200) id) g;
 ANALYZE agg_rows;
 
--- Each call plain and with FILTER, DISTINCT or ORDER BY (the same answer). `kind`: 'partial' has a combine function,
--- 'op' has none, 'ordered' needs a sorted plan.
+-- Each call plain and with FILTER, DISTINCT or ORDER BY (same answer); 'op' has no combine, 'ordered' needs a sort.
 CREATE TEMP TABLE calls (n int, name text, kind text, plain text, modified text);
 INSERT INTO calls VALUES
  (1, 'int4set_agg value', 'partial', $$int4set_agg(v, 'm')$$, $$int4set_agg(DISTINCT v, 'm') FILTER (WHERE id > 0)$$),
@@ -65,8 +62,7 @@ END $$;
 SELECT count(DISTINCT grp) AS groups, count(*) AS answers,
        count(*) FILTER (WHERE result IN ('{}', '') OR result IS NULL) AS empty_answers FROM expected;
 
--- check(label, kinds, nodes, ...query args): whether the plan holds every node, and the calls whose answer differs from
--- the expected one in some group (or whose group is missing or extra).
+-- check(label, kinds, nodes, ...): whether the plan holds every node, and the calls whose answer differs in some group.
 CREATE FUNCTION pg_temp.check(label text, kinds text, nodes text[], use_modified bool DEFAULT false,
                               group_by text DEFAULT 'grp', wrap text DEFAULT '%s')
 RETURNS TABLE (plan text, calls int, shape_ok bool, differing text) LANGUAGE plpgsql AS $$
@@ -118,8 +114,7 @@ SELECT pg_temp.try($$SELECT grp / 2, int4set_agg(v, CASE part WHEN 0 THEN 'r' EL
                      FROM agg_rows WHERE part < 2 GROUP BY grp / 2$$) AS other_forms;
 RESET enable_partitionwise_aggregate;
 
--- Grouping sets (each group twice, label depends on grp), hashed and sorted; then FILTER, DISTINCT and ORDER BY inside
--- the calls.
+-- Grouping sets, hashed and sorted; then FILTER, DISTINCT and ORDER BY inside the calls.
 SELECT * FROM pg_temp.check('grouping sets, hashed', '{partial,op}', '{HashAggregate,"Hash Key: agg_rows.grp, agg_rows.label"}',
                             group_by => 'GROUPING SETS ((grp), (grp, label))');
 RESET enable_sort;
@@ -143,25 +138,25 @@ SELECT pg_temp.plan_has('SELECT * FROM whole', 'Partial Aggregate') AND pg_temp.
        (SELECT no_rows::text FROM no_rows) = s.no_rows AS no_rows_equal
 FROM serial s;
 
--- Window aggregates: a final call leaves the state as it was (a growing frame adds rows after finalising; a sliding one
--- restarts), equal to the self-joins that spell the frames out.
+-- Windows (finalising leaves the state as it was) equal the self-joins that spell growing and sliding frames out.
 CREATE TEMP TABLE window_rows AS
 SELECT *, row_number() OVER (PARTITION BY grp ORDER BY id) AS rn FROM agg_rows WHERE grp IN (0, 3, 7) AND id < 3600;
-CREATE TEMP VIEW framed AS
-SELECT a.id AS frame, a.rn AS frame_rn, b.* FROM window_rows a JOIN window_rows b ON b.grp = a.grp AND b.rn <= a.rn;
-SELECT count(*) AS rows, count(*) FILTER (WHERE w.res = j.res) AS running_equal, count(*) FILTER (WHERE s.res = k.res) AS sliding_equal
-FROM (SELECT id, ARRAY[(int4set_agg(v, 'm') OVER w)::text, (int4set_agg(lo, hi, 'r') OVER w)::text,
-                       (int4set_agg('r', r, 'm') OVER w)::text, (int4set_agg_optimized(lo, hi, 5000, 'm') OVER w)::text,
-                       (int4set_agg_optimized('r', r, 5000, 's') OVER w)::text, agg_keep_single(label) OVER w,
-                       (int4range_op_agg(word, r) OVER w)::text] AS res
-      FROM window_rows WINDOW w AS (PARTITION BY grp ORDER BY id)) w
-JOIN (SELECT frame AS id, ARRAY[int4set_agg(v, 'm')::text, int4set_agg(lo, hi, 'r')::text, int4set_agg('r', r, 'm')::text,
-                                int4set_agg_optimized(lo, hi, 5000, 'm')::text, int4set_agg_optimized('r', r, 5000, 's')::text,
-                                agg_keep_single(label), int4range_op_agg(word, r ORDER BY id)::text] AS res
-      FROM framed GROUP BY frame) j USING (id)
-JOIN (SELECT id, ARRAY[(int4set_agg(v, 'm') OVER w)::text, (int4set_agg_optimized('r', r, 5000, 's') OVER w)::text,
-                       (int4range_op_agg(word, r) OVER w)::text] AS res
-      FROM window_rows WINDOW w AS (PARTITION BY grp ORDER BY id ROWS BETWEEN 3 PRECEDING AND CURRENT ROW)) s USING (id)
-JOIN (SELECT frame AS id, ARRAY[int4set_agg(v, 'm')::text, int4set_agg_optimized('r', r, 5000, 's')::text,
-                                int4range_op_agg(word, r ORDER BY id)::text] AS res
-      FROM framed WHERE rn > frame_rn - 4 GROUP BY frame) k USING (id);
+-- windowed(calls, frame, first): rows whose calls over the window frame equal them over rows rn >= first of the frame.
+CREATE FUNCTION pg_temp.windowed(calls text[], frame text, first text) RETURNS bigint LANGUAGE plpgsql AS $$
+DECLARE n bigint;
+BEGIN
+    EXECUTE format('SELECT count(*) FROM (SELECT id, ARRAY[%s] AS res FROM window_rows WINDOW w AS (PARTITION BY grp ORDER BY id %s)) w '
+                   'JOIN (SELECT frame AS id, ARRAY[%s] AS res FROM (SELECT id AS frame, grp AS frame_grp, rn AS frame_rn FROM window_rows) a '
+                   'JOIN window_rows b ON b.grp = frame_grp AND b.rn <= frame_rn AND b.rn >= %s GROUP BY frame) j USING (id) '
+                   'WHERE w.res = j.res',
+                   (SELECT string_agg(format('(%s OVER w)::text', replace(c, ' ORDER BY id', '')), ', ') FROM unnest(calls) c), frame,
+                   (SELECT string_agg(format('(%s)::text', c), ', ') FROM unnest(calls) c), first) INTO n;
+    RETURN n;
+END $$;
+SELECT count(*) AS rows,
+       pg_temp.windowed(ARRAY['int4set_agg(v, ''m'')', 'int4set_agg(lo, hi, ''r'')', 'int4set_agg(''r'', r, ''m'')',
+                              'int4set_agg_optimized(lo, hi, 5000, ''m'')', 'int4set_agg_optimized(''r'', r, 5000, ''s'')',
+                              'agg_keep_single(label)', 'int4range_op_agg(word, r ORDER BY id)'], '', '1') AS running_equal,
+       pg_temp.windowed(ARRAY['int4set_agg(v, ''m'')', 'int4set_agg_optimized(''r'', r, 5000, ''s'')',
+                              'int4range_op_agg(word, r ORDER BY id)'], 'ROWS BETWEEN 3 PRECEDING AND CURRENT ROW', 'frame_rn - 3') AS sliding_equal
+FROM window_rows;

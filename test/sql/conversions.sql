@@ -1,10 +1,7 @@
--- Conversions between the set forms, sorting and counting sets, and the bytea decoders: known answers and errors, and
--- float decoding bit for bit.
+-- Conversions between the set forms, sorting and counting sets, the bytea decoders; every empty result's shape.
 \i sql/include/errors.psql
 
--- Every pair of forms, including what each refuses. 's' runs continue across a wrapped step of 2^31 or more; 'r' pairs
--- are expanded and 'm' items converted as they come; 'm' to 's' must fill exactly the count word's size, so the mix
--- array of an 's' list with duplicates (whose count word counts them) does not expand back.
+-- Every pair of forms and its refusals; 'm' to 's' must fill exactly the count word (duplicates do not expand back).
 SELECT f, a, t, pg_temp.run(format('SELECT qn_int4setconv_int4(%L, %L, %L)', f, a, t)) AS result
 FROM (VALUES ('s'::"char", '{1,2,3,5,5,6}'::int4[], 'r'::"char"), ('s', '{}', 'r'), ('s', '{-2147483648,2147483647}', 'r'),
              ('s', '{3,1}', 'r'), ('s', '{1,2,2,5}', 'm'), ('s', '{}', 'm'), ('s', '{3,1}', 'm'),
@@ -20,12 +17,13 @@ FROM (VALUES ('s'::"char", '{1,2,3,5,5,6}'::int4[], 'r'::"char"), ('s', '{}', 'r
              ('s', '{1}', 's'), ('r', '{}', 'r'), ('m', '{}', 'm'), ('x', '{1}', 'r'), ('s', '{1}', 'R'),
              (NULL, '{1}', 'r'), ('s', NULL, 'r'), ('s', '{1}', NULL), (NULL, NULL, NULL)) c(f, a, t);
 
--- Every empty result, of the functions and of the aggregates over no rows or only NULL rows, is the one-dimensional
--- empty array (dims [1:0]), never NULL nor the server's zero-dimensional one.
+-- Every empty result (functions, aggregates over no or NULL rows) is one-dimensional, never NULL nor zero-dimensional.
 SELECT e IS NULL AS is_null, array_dims(e) AS dims, count(*) AS results
 FROM (VALUES (qn_int4setconv_int4('s', '{}', 'r')), (qn_int4setconv_int4('s', '{}', 'm')), (qn_int4setconv_int4('r', '{5,4}', 's')),
              (qn_int4setconv_int4('m', '{}', 's')), (qn_int4setconv_int4('m', '{0}', 'r')), (qn_sort_int4('{}')),
-             (qn_bytea2mix2rangearray('\x')), (qn_int4range_intersection('{1,4}', '{5,9}')), (qn_int4range_union('{}', '{}')),
+             (qn_bytea2mix2rangearray('\x')), (qn_rangearray_from_int4ranges('{empty}')), (qn_rangearray_from_int4ranges('{}')),
+             (qn_rangearray_normalise('{5,3}')), (qn_rangearray_normalise('{}')), (qn_int4range_intersection('{1,4}', '{5,9}')),
+             (qn_int4range_union('{}', '{}')),
              (qn_int4range_exclusion('{1,3}', '{0,9}')), ((SELECT int4set_agg(v, 'r') FROM (VALUES (1)) t(v) WHERE false)),
              ((SELECT int4set_agg(v, 's') FROM (VALUES (NULL::int4)) t(v))), ((SELECT int4set_agg(v, 'm') FROM (VALUES (NULL::int4)) t(v))),
              ((SELECT int4set_agg_optimized(v, 10, 'r') FROM (VALUES (1)) t(v) WHERE false)),

@@ -1,6 +1,5 @@
--- GiST: both operator classes validate; every indexable operator gives the sequential scan's rows through the index and
--- its values through an index-only scan, for an index built over loaded rows, one filled by inserts, and after DELETE
--- and VACUUM; refusals.
+-- GiST: every indexable operator gives the sequential scan's rows by index and index-only scans, on built, inserted
+-- and vacuumed indexes; refusals.
 \i sql/include/errors.psql
 \i sql/include/plans.psql
 SET jit = off;  -- forced index plans cost enough to be compiled, which only slows the test
@@ -14,8 +13,7 @@ SELECT i AS id, CASE WHEN i % 2 = 0 THEN (pg_temp.rnd(1, i) * 200000 - 100000)::
                      ELSE (pg_temp.rnd(1, i) * 4294967295 - 2147483648)::bigint::int END AS v
 FROM generate_series(1, 100000) i;
 INSERT INTO gi VALUES (100001, -2147483648), (100002, 2147483647);
--- Packed ranges: single values, narrow, medium and wide spans, dense around zero or anywhere, some at -2147483648, wide
--- ones clipped at 2147483647.
+-- Packed ranges: single values to wide spans, dense around zero or anywhere, some at either extreme.
 CREATE TABLE gp AS
 SELECT i AS id, qn_range_pack(lo::int, least(lo + w, 2147483647)::int) AS r
 FROM (SELECT i,
@@ -27,8 +25,7 @@ FROM (SELECT i,
                         ELSE (pg_temp.rnd(3, i) ^ 3 * 4294967295)::bigint END AS w
       FROM generate_series(1, 100000) i) s;
 
--- 30 queries: a range array of a few runs, a bitfield near zero, a packed range, a value (some at the bounds of stored
--- ranges, and the extremes).
+-- 30 queries: a range array, a bitfield, a packed range, a value (some on stored bounds, and the extremes).
 CREATE TABLE gq AS
 SELECT q AS qid,
        (SELECT int4set_agg(lo, lo + (pg_temp.rnd(5, q, k) * w)::int, 'r')
@@ -48,8 +45,7 @@ FROM generate_series(1, 30) q;
 -- Stored ranges equal to some query ranges, so that inclusion and containment meet equal bounds.
 INSERT INTO gp SELECT -qid, pr FROM gq WHERE qid % 4 = 0;
 
--- check(tbl, col, op, arg): for `tbl.col <op> gq.arg`, the matching ids of every query by a sequential scan and by the
--- index (used?), and the matching values by an index-only scan.
+-- check(tbl, col, op, arg): `tbl.col <op> gq.arg` by sequential scan, by the index (used?), by an index-only scan.
 CREATE TYPE pg_temp.hit AS (id int, val int8);
 CREATE FUNCTION pg_temp.check(tbl text, col text, op text, arg text, OUT operator text, OUT same_rows bool,
                               OUT index_used bool, OUT index_only bool, OUT queries_hit bigint) LANGUAGE plpgsql AS $$
@@ -87,7 +83,6 @@ LANGUAGE sql AS $$
     LATERAL pg_temp.check(t, c, o, a) r
 $$;
 
--- An index built over the loaded rows.
 CREATE INDEX gi_v ON gi USING gist (v qn_gist_int4_ops);
 CREATE INDEX gp_r ON gp USING gist (r qn_gist_rangepacked_ops);
 SELECT * FROM pg_temp.check_all('gi', 'gp');
@@ -109,31 +104,22 @@ INSERT INTO gi2 SELECT id + 200000, v FROM gi WHERE id % 10 = 1;
 INSERT INTO gp2 SELECT id + 200000, r FROM gp WHERE id % 10 = 1;
 SELECT * FROM pg_temp.check_all('gi2', 'gp2');
 
--- Refusals: an inverted packed range cannot be indexed; odd range arrays and malformed bitfields are refused; empty
--- queries and arrays that are not one-dimensional match nothing.
+-- Refused: inverted packed ranges, odd range arrays, malformed bitfields; empty and 2-D queries match nothing.
 SET enable_seqscan = off;
-SELECT pg_temp.try('INSERT INTO gp2 VALUES (0, (5::int8 << 32) | 7)') AS inverted;
-SELECT q, pg_temp.try(format('SELECT count(*) FROM gi WHERE v %s', q)) AS outcome
-FROM (VALUES ('<@ ''{1,2,3}''::int4[]'), ('<@ ''\x0102''::bytea'),
-             ('<@ ''\x000000000100000000000000''::bytea')) t(q);
-SELECT (SELECT count(*) FROM gi WHERE v <@ '{}'::int4[]) AS empty_array,
-       (SELECT count(*) FROM gi WHERE v <@ '{{1,2},{3,4}}'::int4[]) AS two_dimensional,
-       (SELECT count(*) FROM gi WHERE v <@ qn_int4set2bitfield_int4('s', '{}')) AS empty_bitfield,
-       (SELECT count(*) FROM gp WHERE r && '{}'::int4[]) AS packed_empty_array;
+SELECT q, pg_temp.run(q) AS outcome
+FROM (VALUES ('INSERT INTO gp2 VALUES (0, (5::int8 << 32) | 7) RETURNING id'), ('SELECT count(*) FROM gi WHERE v <@ ''{1,2,3}''::int4[]'),
+             ('SELECT count(*) FROM gi WHERE v <@ ''\x0102''::bytea'),
+             ('SELECT count(*) FROM gi WHERE v <@ ''\x000000000100000000000000''::bytea'),
+             ('SELECT count(*) FROM gi WHERE v <@ ''{}''::int4[]'), ('SELECT count(*) FROM gi WHERE v <@ ''{{1,2},{3,4}}''::int4[]'),
+             ('SELECT count(*) FROM gi WHERE v <@ qn_int4set2bitfield_int4(''s'', ''{}'')'),
+             ('SELECT count(*) FROM gp WHERE r && ''{}''::int4[]')) t(q);
 
--- Strategies the consistent function does not implement, and by-value operands to the array and bitfield strategies,
--- fail cleanly: nothing is read as a pointer.
+-- Unimplemented strategies and by-value operands to pointer strategies fail cleanly.
 CREATE OPERATOR CLASS misfit_strategies FOR TYPE int8 USING gist AS
-    OPERATOR 1 <= (int8, int8),
-    OPERATOR 2 >= (int8, int8),
-    OPERATOR 4 = (int8, int8),
-    OPERATOR 12 < (int8, int8),
-    OPERATOR 17 > (int8, int8),
-    FUNCTION 1 qn_gist_range_consistent(internal, int8, int2, oid, internal),
-    FUNCTION 2 qn_gist_range_union(internal, internal),
-    FUNCTION 3 qn_gist_range_compress_int8(internal),
-    FUNCTION 5 qn_gist_range_penalty(internal, internal, internal),
-    FUNCTION 6 qn_gist_range_picksplit(internal, internal),
+    OPERATOR 1 <= (int8, int8), OPERATOR 2 >= (int8, int8), OPERATOR 4 = (int8, int8), OPERATOR 12 < (int8, int8),
+    OPERATOR 17 > (int8, int8), FUNCTION 1 qn_gist_range_consistent(internal, int8, int2, oid, internal),
+    FUNCTION 2 qn_gist_range_union(internal, internal), FUNCTION 3 qn_gist_range_compress_int8(internal),
+    FUNCTION 5 qn_gist_range_penalty(internal, internal, internal), FUNCTION 6 qn_gist_range_picksplit(internal, internal),
     FUNCTION 7 qn_gist_range_same(int8, int8, internal);
 CREATE TABLE gs AS SELECT qn_range_pack(i, i + 5) AS r FROM generate_series(1, 1000) i;
 CREATE INDEX gs_r ON gs USING gist (r misfit_strategies);

@@ -5,7 +5,7 @@ CREATE TEMP VIEW members AS SELECT d.classid, d.objid FROM pg_depend d
 JOIN pg_extension e ON e.oid = d.refobjid AND e.extname = 'kelvarn_range_operators' WHERE d.deptype = 'e';
 
 -- Every C function with its null rule, volatility, parallel safety, module symbol, planner support and cost; the
--- multirange functions, which only servers from 14 on have, are checked in multirange.
+-- multirange functions, which only servers from 14 on have, are checked in rangearray_forms.
 SELECT p.oid::regprocedure AS function, proisstrict AS strict, provolatile AS volatility, proparallel AS parallel,
        prosrc AS symbol, prosupport, procost
 FROM pg_proc p JOIN members m ON m.objid = p.oid AND m.classid = 'pg_proc'::regclass

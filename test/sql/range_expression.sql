@@ -14,8 +14,7 @@ FROM (VALUES (1, pg_temp.word(1), '{1,100}'::int4[]),
              (3, pg_temp.word(1), '{30,40}'),
              (4, pg_temp.word(3, close => 1), '{15,35}')) t(ord, w, a);
 
--- Per group, left to right, no precedence; a first intersection or exclusion meets the empty start; bits 16 and up are
--- ignored; groups left open close at the end.
+-- Left to right; a first ∩ or \ meets the empty start; bits 16+ ignored; open groups close at the end.
 SELECT int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'left_to_right') AS left_to_right,
        int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'starts_empty') AS starts_empty,
        int4range_op_agg(w, a ORDER BY ord) FILTER (WHERE k = 'high_bits') AS high_bits,
@@ -27,8 +26,7 @@ FROM (VALUES ('left_to_right', 1, pg_temp.word(1), '{1,10}'::int4[]), ('left_to_
              ('left_open', 1, pg_temp.word(1), '{1,10}'), ('left_open', 2, pg_temp.word(3, open => 2), '{2,3}'),
              ('left_open', 3, pg_temp.word(1), '{8,9}')) t(k, ord, w, a);
 
--- NULL operands skip the whole row, closes and opens included; arrays that are not one-dimensional or hold NULLs are
--- empty operands.
+-- NULL operands skip the row (closes and opens too); 2-D or NULL-holding arrays are empty operands.
 SELECT int4range_op_agg(w, a ORDER BY ord) AS null_row_skipped
 FROM (VALUES (1, pg_temp.word(1), '{1,10}'::int4[]), (2, pg_temp.word(3, open => 1), NULL),
              (3, pg_temp.word(3, close => 1), NULL), (4, pg_temp.word(3), '{{2,3},{4,5}}'),
@@ -43,14 +41,10 @@ SELECT pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1, open => 6), '{1,1}'
        pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1, open => 1), '{1,1}'::int4[] ORDER BY g)
                      FROM generate_series(1, 6) g$$) AS six_row_by_row;
 
--- Errors.
-SELECT pg_temp.try($$SELECT int4range_op_agg(NULL, '{1,2}'::int4[])$$) AS null_word,
-       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1, close => 1), '{1,2}'::int4[])$$) AS close_root,
-       pg_temp.try($$SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES (1, pg_temp.word(1, open => 1), '{1,2}'::int4[]),
-                     (2, pg_temp.word(1, close => 2), '{5,6}')) t(o, w, a)$$) AS close_past_root,
-       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(1), '{1,2,3}'::int4[])$$) AS odd_operand;
--- Operation 0 fails when applied; opening with it is fine until its group closes.
-SELECT pg_temp.try($$SELECT int4range_op_agg(0, '{1,2}'::int4[])$$) AS zero_applied,
-       pg_temp.try($$SELECT int4range_op_agg(pg_temp.word(0, open => 1), '{1,2}'::int4[])$$) AS zero_closed_at_end,
-       pg_temp.try($$SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES (1, pg_temp.word(0, open => 1), '{1,2}'::int4[]),
-                     (2, pg_temp.word(1), '{5,6}')) t(o, w, a)$$) AS zero_open_then_union;
+-- Errors; operation 0 fails when applied, and opening a group with it is fine until the group closes. Rows (o, w, a).
+SELECT w, pg_temp.run(format('SELECT int4range_op_agg(w, a ORDER BY o) FROM (VALUES %s) t(o, w, a)', w)) AS outcome
+FROM (VALUES ('(1, NULL::int4, ''{1,2}''::int4[])'), ('(1, pg_temp.word(1, close => 1), ''{1,2}''::int4[])'),
+             ('(1, pg_temp.word(1, open => 1), ''{1,2}''::int4[]), (2, pg_temp.word(1, close => 2), ''{5,6}'')'),
+             ('(1, pg_temp.word(1), ''{1,2,3}''::int4[])'), ('(1, 0, ''{1,2}''::int4[])'),
+             ('(1, pg_temp.word(0, open => 1), ''{1,2}''::int4[])'),
+             ('(1, pg_temp.word(0, open => 1), ''{1,2}''::int4[]), (2, pg_temp.word(1), ''{5,6}'')')) t(w);
