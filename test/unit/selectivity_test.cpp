@@ -1,7 +1,8 @@
 // Selectivity estimation: statistics built from known populations the way
 // ANALYZE builds them (MCVs, then histogram quantiles of the rest), and the
-// estimates checked against the true fractions (a set given as ranges and as a
-// bitfield alike); the closed form of the packed-range model against its sum.
+// estimates of int4 columns checked against the true fractions (a set given as
+// ranges and as a bitfield alike). The packed-range estimates are checked
+// against actual rows by the planner SQL test.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,8 +17,6 @@
 namespace {
 
 using namespace qn::selectivity;
-using qn::pgRangeArray::packRange;
-using Model = PackedRangeModel<malloc, free>;
 
 // Statistics of a population: the values met more than `mcvShare` of the time
 // as MCVs, and 101 quantiles of the others (sorted as int8 values) as bounds.
@@ -119,78 +118,6 @@ TEST(Selectivity, Int4SparseValuesCountAsDistinctValues) {
     EXPECT_NEAR(estimate, 1.0 / 5000, 0.5 / 5000);
     const RangeInt wide{0, 2499999};
     EXPECT_NEAR(int4Selectivity(s.column, RangeListSet{&wide, &wide + 1}), 0.5, 0.02);
-}
-
-// Packed ranges: lower bounds spread over [0, 1000000), widths mostly short
-// with a tail up to 20000, and 10% one heavy range.
-struct PackedPopulation {
-    std::vector<int64_t> values;
-    Stats stats;
-    Model model;
-    PackedPopulation() {
-        std::mt19937 rng(11);
-        for (int i = 0; i < 200000; ++i) {
-            if (i % 10 == 0) {
-                values.push_back(packRange(500000, 500100));
-                continue;
-            }
-            const int32_t lower = static_cast<int32_t>(rng() % 1000000);
-            const double u = std::uniform_real_distribution<double>(0, 1)(rng);
-            values.push_back(packRange(lower, lower + static_cast<int32_t>(u * u * u * u * 20000)));
-        }
-        stats = analyze(values, 0.01);
-        EXPECT_TRUE(model.build(stats.bounds.data(), static_cast<int>(stats.bounds.size())));
-    }
-    double actual(PackedTest test, const std::vector<RangeInt>& q) const {
-        return truth(values, [&](int64_t p) {
-            const int32_t l = qn::pgRangeArray::packedLower(p), u = qn::pgRangeArray::packedUpper(p);
-            switch (test) {
-                case PackedTest::Meets: return qn::pgRangeArray::rangeOverlapsList(l, u, q.data(), q.data() + q.size());
-                case PackedTest::LiesIn: return l >= q[0].lower && u <= q[0].upper;
-                case PackedTest::Contains: return l <= q[0].lower && u >= q[0].upper;
-            }
-            return false;
-        });
-    }
-};
-
-TEST(Selectivity, PackedRangesAgainstTheirTrueFractions) {
-    const PackedPopulation p;
-    ASSERT_EQ(p.stats.mcv.size(), 1u);
-    struct Case {
-        PackedTest test;
-        std::vector<RangeInt> q;
-    };
-    std::vector<Case> cases = {
-        {PackedTest::Meets, {{201000, 201999}}},      {PackedTest::Meets, {{0, 499999}}},
-        {PackedTest::Meets, {{500050, 500050}}},      {PackedTest::Contains, {{700000, 700000}}},
-        {PackedTest::Contains, {{300000, 300500}}},   {PackedTest::LiesIn, {{0, 299999}}},
-        {PackedTest::LiesIn, {{400000, 600000}}},     {PackedTest::Contains, {{500000, 500100}}},
-    };
-    Case many{PackedTest::Meets, {}};
-    for (int32_t v = 0; v < 1000000; v += 10000) many.q.push_back({v, v + 499});
-    cases.push_back(many);
-    for (const Case& c : cases) {
-        const double actual = p.actual(c.test, c.q);
-        const double estimate = packedSelectivity(p.stats.column, &p.model, c.test, c.q.data(), c.q.data() + c.q.size());
-        EXPECT_NEAR(estimate, actual, 0.25 * actual + 0.0005)
-            << static_cast<int>(c.test) << " " << c.q[0].lower << ".." << c.q[0].upper << " x" << c.q.size();
-    }
-}
-
-// The closed form used inside one bucket equals the model's sum.
-TEST(Selectivity, PackedInsideClosedFormEqualsTheSum) {
-    const PackedPopulation p;
-    std::mt19937 rng(5);
-    for (int i = 0; i < 2000; ++i) {
-        const int64_t a = rng() % 1000000, b = a + rng() % (i % 2 ? 200 : 30000);
-        const double fb = p.model.atMost(b);
-        double sum = 0;
-        for (int k = 0; k < p.model.widthCount(); ++k)
-            if (p.model.width(k) <= b - a)
-                sum += p.model.weight(k) * std::max(0.0, fb - p.model.atMost(a + p.model.width(k) - 1));
-        ASSERT_NEAR(p.model.inside(a, b), sum, 1e-12) << a << ".." << b;
-    }
 }
 
 }  // namespace
