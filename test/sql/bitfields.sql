@@ -14,12 +14,10 @@ SELECT f, a, pg_temp.try(format('SELECT qn_int4set2bitfield_int4(%L, %L)', f, a)
 FROM (VALUES ('r', '{1,2,3}'), ('x', '{1}'), ('S', '{1}'), ('s', '{1,5,3}'), ('s', '{5,1}'), ('r', '{1,4,3,2,6,9}'),
              ('r', '{5,2}'), ('m', '{3,1,-2147483646}'), ('m', '{3,5,1}'), ('r', '{-2147483648,2147483647}')) t(f, a);
 
--- The reader: empty bitfields of 13 and 20 bytes are empty; short ones or wrong bit lengths are refused. le(v): native order.
-CREATE FUNCTION pg_temp.le(v int4) RETURNS bytea LANGUAGE sql AS $$
-    SELECT decode(regexp_replace(encode(int4send(v), 'hex'), '(..)(..)(..)(..)', '\4\3\2\1'), 'hex')
-$$;
+-- The reader: empty bitfields of 13 and 20 bytes are empty; short ones or wrong bit lengths are refused.
+\i sql/include/words.psql
 CREATE TEMP TABLE handmade AS
-SELECT name, pg_temp.le(min) || pg_temp.le(max) || bits AS bf
+SELECT name, pg_temp.le(ARRAY[min, max]) || bits AS bf
 FROM (VALUES ('empty 13', 0, -1, '\x00'::bytea), ('empty 20', 0, -1, '\x0000000000000000'),
              ('11 bytes', 0, -1, '\x'), ('min 0 max 0 in 13', 0, 0, '\x80'),
              ('claims 65 values, holds 8 bytes', 0, 64, '\xffffffffffffffff'),

@@ -37,11 +37,8 @@ SELECT f, a, pg_temp.run(format('SELECT qn_count_scalar_in_int4set(%L, %L)', f, 
 FROM (VALUES ('r', '{1,5,10,10}'), ('r', '{1,5,7}'), ('r', '{5,3}'), ('r', '{-2147483648,2147483647}'), ('r', '{{1,5}}'),
              ('m', '{77,1}'), ('m', '{}'), ('s', '{4,4,9}'), ('x', '{1}'), (NULL, '{1}'), ('s', NULL)) t(f, a);
 
--- Bytea decoders. le(a): the int4 words of a in the server's (little-endian) order.
-CREATE FUNCTION pg_temp.le(a int4[]) RETURNS bytea LANGUAGE sql AS $$
-    SELECT coalesce(decode(string_agg(regexp_replace(lpad(to_hex(v), 8, '0'), '(..)(..)(..)(..)', '\4\3\2\1'), '' ORDER BY o), 'hex'), '')
-    FROM unnest(a) WITH ORDINALITY w(v, o)
-$$;
+-- Bytea decoders.
+\i sql/include/words.psql
 SELECT qn_bytea2floatarray('\x0000803f000000c0') AS two, array_dims(qn_bytea2floatarray('\x')) AS empty_dims,
        qn_bytea2floatarray(NULL) IS NULL AS null_float, qn_bytea2mix2rangearray(NULL) IS NULL AS null_mix,
        pg_temp.try($$SELECT qn_bytea2floatarray('\x000000000000')$$) AS six_bytes,
