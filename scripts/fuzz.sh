@@ -2,7 +2,7 @@
 # Runs the libFuzzer targets of test/fuzz, each for SECONDS (default 5), and
 # prints the executions of each and in total. Builds them first into
 # build/13/fuzz (the fuzz targets do not depend on the major). Each target starts from its seeds in
-# test/fuzz/corpus/TARGET plus what earlier runs found (build/13/fuzz/work/TARGET),
+# test/fuzz/seeds.txt plus what earlier runs found (build/13/fuzz/work/TARGET),
 # so a longer run picks up where the last one ended. A crash, sanitizer report,
 # leak or timeout is a finding: the input is saved as
 # build/13/fuzz/work/TARGET/crash-* (or leak-*, timeout-*) and the script fails;
@@ -34,11 +34,14 @@ total=0
 failed=0
 for target in "$@"; do
     work=$bin_dir/work/$target
-    mkdir -p "$work/corpus"
+    rm -rf "$work/seeds"
+    mkdir -p "$work/corpus" "$work/seeds"
+    awk -v target="$target" '$1 == target { print $2, $3 }' "$root/test/fuzz/seeds.txt" |
+        while read -r name hex; do perl -e 'print pack "H*", $ARGV[0]' "$hex" >"$work/seeds/$name"; done
     log=$work/last-run.log
     status=ok
     if ! "$bin_dir/$target" -max_total_time="$seconds" -print_final_stats=1 -timeout=10 -rss_limit_mb=2048 \
-            -max_len=8192 -artifact_prefix="$work/" "$work/corpus" "$root/test/fuzz/corpus/$target" >"$log" 2>&1; then
+            -max_len=8192 -artifact_prefix="$work/" "$work/corpus" "$work/seeds" >"$log" 2>&1; then
         status=FAILED
         failed=$((failed + 1))
         grep -v -E '^#[0-9]+|^INFO:|^stat::' "$log" | tail -60
