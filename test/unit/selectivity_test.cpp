@@ -17,14 +17,15 @@ namespace {
 using namespace qn::selectivity;
 
 // Statistics of a population: the values met more than `mcvShare` of the time
-// as MCVs, and 101 quantiles of the others (sorted as int8 values) as bounds.
+// as MCVs, 101 quantiles of the others (sorted as int8 values) as bounds, and
+// the number of distinct values.
 struct Stats {
     std::vector<int64_t> mcv, bounds;
     std::vector<double> freq;
     ColumnStats column;
 };
 
-Stats analyze(std::vector<int64_t> values, double mcvShare, double distinct = 0) {
+Stats analyze(const std::vector<int64_t>& values, double mcvShare) {
     Stats s;
     std::map<int64_t, int> counts;
     for (int64_t v : values) ++counts[v];
@@ -45,7 +46,7 @@ Stats analyze(std::vector<int64_t> values, double mcvShare, double distinct = 0)
     s.column.nmcv = static_cast<int>(s.mcv.size());
     s.column.bounds = s.bounds.data();
     s.column.nbounds = static_cast<int>(s.bounds.size());
-    s.column.distinct = distinct;
+    s.column.distinct = static_cast<double>(counts.size());
     return s;
 }
 
@@ -56,7 +57,7 @@ Stats analyze(std::vector<int64_t> values, double mcvShare, double distinct = 0)
 TEST(Selectivity, Int4SparseValuesAndAnMcv) {
     std::vector<int64_t> values;
     for (int i = 0; i < 100000; ++i) values.push_back(i % 5 == 0 ? 77777 : static_cast<int64_t>(i % 5000) * 1000);
-    const Stats s = analyze(values, 0.01, 4001);
+    const Stats s = analyze(values, 0.01);
     ASSERT_EQ(s.mcv.size(), 1u);
     struct Case {
         std::vector<RangeInt> ranges;
