@@ -19,5 +19,5 @@ while [ $# -gt 0 ]; do
 done
 check_major "$major"
 build=$(major_build_dir "$major")
-cmake -S "$KELVARN_ROOT" -B "$build" -DPG_MAJOR="$major" -DBUILD_TESTING=ON -DQN_UNIT_TESTS="$unit_tests" >/dev/null
+cmake -S "$KELVARN_ROOT" -B "$build" -DPG_MAJOR="$major" -DPG_CONFIG="$(major_bindir "$major")/pg_config" -DBUILD_TESTING=ON -DQN_UNIT_TESTS="$unit_tests" >/dev/null
 cmake --build "$build" -j"$(nproc)" "$@"

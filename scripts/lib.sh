@@ -12,9 +12,53 @@ major_build_dir() {
     echo "${BUILD_DIR:-$KELVARN_ROOT/build}/$1"
 }
 
-# The binaries of PostgreSQL major $1 as Debian installs them.
+# The majors Debian 12 does not package: scripts/pgsource.sh builds them from
+# Debian's source package, with assertions, into source_prefix.
+SOURCE_BUILT_MAJORS=(18)
+
+# The installation prefix of a major built from source.
+source_prefix() {
+    echo "${KELVARN_PG_PREFIX:-/opt/kelvarn-postgresql}/$1"
+}
+
+# True when major $1 is built from source here rather than taken from Debian.
+is_source_built() {
+    local m
+    for m in "${SOURCE_BUILT_MAJORS[@]}"; do [ "$1" = "$m" ] && return 0; done
+    return 1
+}
+
+# What a source build records as made by: the checksum of the script that made it,
+# so a change to how it is built makes the next setup build it again.
+source_build_recipe() {
+    sha256sum < "$KELVARN_ROOT/scripts/pgsource.sh" | cut -d' ' -f1
+}
+
+# True when the source-built prefix of major $1 is complete, made by the current
+# recipe, and its server runs.
+source_build_works() {
+    local prefix
+    prefix=$(source_prefix "$1")
+    [ "$(cat "$prefix/.kelvarn-build-complete" 2>/dev/null)" = "$(source_build_recipe)" ] \
+        && "$prefix/bin/postgres" --version >/dev/null 2>&1 \
+        && [ -f "$("$prefix/bin/pg_config" --includedir-server)/postgres.h" ]
+}
+
+# The binaries of PostgreSQL major $1: Debian's package, or the source build's prefix.
+# Every script finds a major's server, client and pg_config through this.
 major_bindir() {
-    echo "/usr/lib/postgresql/$1/bin"
+    if is_source_built "$1"; then echo "$(source_prefix "$1")/bin"; else echo "/usr/lib/postgresql/$1/bin"; fi
+}
+
+# The URIs of the machine's own Debian source, so the project names no mirror of its own.
+debian_uris() {
+    if [ -f /etc/apt/sources.list.d/debian.sources ]; then
+        awk '/^URIs:/ { for (i = 2; i <= NF; i++) if ($i !~ /security/) print $i }' \
+            /etc/apt/sources.list.d/debian.sources | sort -u | tr '\n' ' '
+    elif [ -f /etc/apt/sources.list ]; then
+        awk '$1 == "deb" { for (i = 2; i <= NF; i++) if ($i ~ /^[a-z]+:\/\//) { if ($i !~ /security/) print $i; break } }' \
+            /etc/apt/sources.list | sort -u | tr '\n' ' '
+    fi
 }
 
 # Fails with a message unless $1 is a supported major.
@@ -70,4 +114,27 @@ start_throwaway_cluster() {
     # shellcheck disable=SC1090
     . "$THROWAWAY_ENV"
     export PGHOST PGPORT PGUSER PGDATABASE=postgres
+}
+
+# Runs the SQL regression tests named (all of test/sql when none is) against the
+# throwaway cluster start_throwaway_cluster started, one line per test, logs in
+# $1/regress-TEST.log; sets CHECKED_FAILED to the number that failed.
+run_sql_tests() {
+    local out=$1 test started pg_regress
+    shift
+    pg_regress=$(dirname "$("$PG_BINDIR/pg_config" --pgxs)")/../test/regress/pg_regress
+    if [ $# -eq 0 ]; then
+        for test in "$KELVARN_ROOT"/test/sql/*.sql; do set -- "$@" "$(basename "$test" .sql)"; done
+    fi
+    CHECKED_FAILED=0
+    for test in "$@"; do
+        started=$(date +%s)
+        if bash "$KELVARN_ROOT/scripts/pgregress.sh" "$THROWAWAY_ENV" "$pg_regress" "$PG_BINDIR" \
+                "$KELVARN_ROOT/test" "$out/regress" "$test" > "$out/regress-$test.log" 2>&1; then
+            printf '%-24s ok      %5d s\n' "$test" $(($(date +%s) - started))
+        else
+            printf '%-24s FAILED  %5d s (%s)\n' "$test" $(($(date +%s) - started)) "$out/regress-$test.log"
+            CHECKED_FAILED=$((CHECKED_FAILED + 1))
+        fi
+    done
 }

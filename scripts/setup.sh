@@ -4,11 +4,15 @@
 # sanitizers, for the fuzz targets), and for each PostgreSQL major asked for (default:
 # 13 and 15) its server and its server development files, the latter at exactly
 # the version of the installed server. PostgreSQL 15 is Debian 12's own;
-# PostgreSQL 13 comes from Debian 11 "bullseye".
+# PostgreSQL 13 comes from Debian 11 "bullseye"; PostgreSQL 18, which Debian 12
+# does not package, is built from Debian's source package with assertions by
+# scripts/pgsource.sh.
 # Does nothing when everything is already present; needs root only when something
 # is missing.
 #   setup.sh [MAJOR...]
 set -euo pipefail
+# shellcheck source=scripts/lib.sh
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 MAJORS=("$@")
 [ "${#MAJORS[@]}" -gt 0 ] || MAJORS=(13 15)
@@ -30,22 +34,15 @@ missing_packages() {
         [ -n "$(installed_version "$p")" ] || echo "$p"
     done
     for m in "${MAJORS[@]}"; do
+        if is_source_built "$m"; then
+            source_build_works "$m" || echo "postgresql-$m-from-source"
+            continue
+        fi
         server=$(installed_version "postgresql-$m")
         [ -n "$server" ] || echo "postgresql-$m"
         [ -n "$server" ] && [ "$(installed_version "postgresql-server-dev-$m")" = "$server" ] \
             || echo "postgresql-server-dev-$m"
     done
-}
-
-# The URIs of the machine's own Debian source, so the project names no mirror of its own.
-debian_uris() {
-    if [ -f /etc/apt/sources.list.d/debian.sources ]; then
-        awk '/^URIs:/ { for (i = 2; i <= NF; i++) if ($i !~ /security/) print $i }' \
-            /etc/apt/sources.list.d/debian.sources | sort -u | tr '\n' ' '
-    elif [ -f /etc/apt/sources.list ]; then
-        awk '$1 == "deb" { for (i = 2; i <= NF; i++) if ($i ~ /^[a-z]+:\/\//) { if ($i !~ /security/) print $i; break } }' \
-            /etc/apt/sources.list | sort -u | tr '\n' ' '
-    fi
 }
 
 add_bullseye_source() {
@@ -75,7 +72,7 @@ if [ "${#missing[@]}" -eq 0 ]; then
 fi
 for p in "${missing[@]}"; do
     case "$p" in
-        postgresql-13 | postgresql-15 | postgresql-server-dev-13 | postgresql-server-dev-15) ;;
+        postgresql-13 | postgresql-15 | postgresql-server-dev-13 | postgresql-server-dev-15 | *-from-source) ;;
         postgresql-*) echo "setup: $p is missing and not packaged for Debian 12 here; install it yourself" \
                 "(for instance from apt.postgresql.org)" >&2
            exit 1 ;;
@@ -99,14 +96,21 @@ apt-get update -qq
 # server's own version (a newer security update of the headers alone would not
 # match the server the module runs in).
 first=()
+from_source=()
 for p in "${missing[@]}"; do
-    case "$p" in postgresql-server-dev-*) ;; *) first+=("$p") ;; esac
+    case "$p" in
+        postgresql-server-dev-*) ;;
+        *-from-source) p=${p%-from-source}; from_source+=("${p#postgresql-}") ;;
+        *) first+=("$p") ;;
+    esac
 done
 [ "${#first[@]}" -eq 0 ] || apt-get install -y -qq --no-install-recommends "${first[@]}"
 dev=()
 for m in "${MAJORS[@]}"; do
+    is_source_built "$m" && continue
     server=$(installed_version "postgresql-$m")
     [ "$(installed_version "postgresql-server-dev-$m")" = "$server" ] || dev+=("postgresql-server-dev-$m=$server")
 done
 [ "${#dev[@]}" -eq 0 ] || apt-get install -y -qq --no-install-recommends --allow-downgrades "${dev[@]}"
+for m in "${from_source[@]}"; do bash "$KELVARN_ROOT/scripts/pgsource.sh" "$m"; done
 echo "setup: done"
