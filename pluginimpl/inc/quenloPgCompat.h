@@ -29,6 +29,23 @@ static_assert(false, "quenloPgCompat.h follows postgres.h");
 #define QN_MODULE_MAGIC PG_MODULE_MAGIC
 #endif
 
+// Multiranges (int4multirange) exist from 14 on; the planner's pseudo-constant
+// test takes the planner's state from 14 on.
+#if PG_VERSION_NUM >= 140000
+#define QN_HAVE_MULTIRANGES 1
+#define QN_IS_PSEUDO_CONSTANT_FOR_INDEX(root, expr, index) is_pseudo_constant_for_index(root, expr, index)
+#else
+#define QN_IS_PSEUDO_CONSTANT_FOR_INDEX(root, expr, index) ((void)(root), is_pseudo_constant_for_index(expr, index))
+#endif
+
+// range_serialize takes an escontext for soft errors from 16 on; the module
+// passes none, so errors are raised.
+#if PG_VERSION_NUM >= 160000
+#define QN_RANGE_SERIALIZE(typcache, lower, upper, empty) range_serialize(typcache, lower, upper, empty, nullptr)
+#else
+#define QN_RANGE_SERIALIZE(typcache, lower, upper, empty) range_serialize(typcache, lower, upper, empty)
+#endif
+
 // The on-disk TOAST pointer is varatt_external up to 18 and varatt_external_oid
 // after it.
 #if PG_VERSION_NUM >= 190000

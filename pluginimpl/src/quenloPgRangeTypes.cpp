@@ -25,7 +25,7 @@ extern "C" {
 #include "utils/builtins.h"
 #include "utils/rangetypes.h"
 #include "utils/typcache.h"
-#if PG_VERSION_NUM >= 140000
+#ifdef QN_HAVE_MULTIRANGES
 #include "utils/multirangetypes.h"
 #endif
 }
@@ -98,11 +98,7 @@ RangeType* int4Range(TypeCacheEntry* typcache, int32 lower, int32 upper) {
     hi.val = Int32GetDatum(hi.infinite ? 0 : upper + 1);
     hi.inclusive = false;
     hi.lower = false;
-#if PG_VERSION_NUM >= 160000
-    return range_serialize(typcache, &lo, &hi, lower > upper, nullptr);
-#else
-    return range_serialize(typcache, &lo, &hi, lower > upper);
-#endif
+    return QN_RANGE_SERIALIZE(typcache, &lo, &hi, lower > upper);
 }
 
 // Cursor of the row functions over a range array argument, kept across calls.
@@ -214,11 +210,13 @@ Datum qn_rangearray_to_int4ranges(PG_FUNCTION_ARGS) {
 Datum qn_rangearray_unnest(PG_FUNCTION_ARGS) {
     if (SRF_IS_FIRSTCALL()) {
         FuncCallContext* funcctx = SRF_FIRSTCALL_INIT();
+        // The row descriptor is kept for every later call: it is made in the
+        // multi-call context, not in the caller's, which is reset between calls.
+        MemoryContext caller = MemoryContextSwitchTo(funcctx->multi_call_memory_ctx);
         TupleDesc desc;
         if (get_call_result_type(fcinfo, nullptr, &desc) != TYPEFUNC_COMPOSITE)
             QN_ERROR(ERRCODE_FEATURE_NOT_SUPPORTED, "qn_rangearray_unnest",
                      "function returning record called in context that cannot accept type record");
-        MemoryContext caller = MemoryContextSwitchTo(funcctx->multi_call_memory_ctx);
         funcctx->tuple_desc = BlessTupleDesc(desc);
         MemoryContextSwitchTo(caller);
         startRows(fcinfo, funcctx, "qn_rangearray_unnest");
@@ -309,7 +307,7 @@ Datum qn_rangearray_equal(PG_FUNCTION_ARGS) {
     PG_RETURN_BOOL(na == nb && (na == 0 || memcmp(ra, rb, na * sizeof(RangeInt)) == 0));
 }
 
-#if PG_VERSION_NUM >= 140000
+#ifdef QN_HAVE_MULTIRANGES
 
 QN_FUNCTION_INFO_V1(qn_rangearray_from_int4multirange)
 QN_FUNCTION_INFO_V1(qn_rangearray_to_int4multirange)

@@ -498,15 +498,6 @@ bool unreadArgumentIsNull(const TestFunction& f, List* args) {
     return IsA(first, Const) && reinterpret_cast<const Const*>(first)->constisnull;
 }
 
-bool pseudoConstantForIndex(PlannerInfo* root, Node* expr, IndexOptInfo* index) {
-#if PG_VERSION_NUM >= 140000
-    return is_pseudo_constant_for_index(root, expr, index);
-#else
-    (void)root;
-    return is_pseudo_constant_for_index(expr, index);
-#endif
-}
-
 // A constant range array of odd length, which the function reads (or refuses)
 // its own way and the index refuses with its own message: such a call is left
 // to the function.
@@ -528,7 +519,7 @@ List* indexCondition(SupportRequestIndexCondition* req) {
         const Oid opno = operatorOf(form.strategy, req->funcid);
         if (!OidIsValid(opno) || !op_in_opfamily(opno, req->opfamily)) continue;
         Node* operand = static_cast<Node*>(list_nth(args, form.right));
-        if (!pseudoConstantForIndex(req->root, operand, req->index) || oddRangeArrayConstant(form.strategy, operand))
+        if (!QN_IS_PSEUDO_CONSTANT_FOR_INDEX(req->root, operand, req->index) || oddRangeArrayConstant(form.strategy, operand))
             continue;
         // The unread argument of the three-argument form can still make the call
         // NULL: then the call stays as a filter, unless it is a constant.
