@@ -88,7 +88,7 @@ SET enable_sort = off;
 SET work_mem = '256MB';
 SELECT * FROM pg_temp.check('hashed', '{partial,op}', '{HashAggregate}');
 SET work_mem = '64kB';
-SELECT pg_temp.hash_batches(pg_temp.query('{partial,op}')) > 1 AS spilled;
+SELECT pg_temp.hash_agg_max(pg_temp.query('{partial,op}'), 'HashAgg Batches') > 1 AS spilled;
 SELECT * FROM pg_temp.check('hashed, spilling', '{partial,op}', '{HashAggregate}');
 SET work_mem = '256MB';
 SELECT * FROM pg_temp.check('hashed, rescanned', '{partial,op}', '{SubPlan,HashAggregate}', wrap =>
