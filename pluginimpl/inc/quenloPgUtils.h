@@ -140,14 +140,22 @@ bool getBitFieldInfo(const bytea* value, qn::bitfield::BitFieldView& view, const
 // recovery resets the current context itself.
 // Refuses a call from outside an aggregate (a NULL::internal from SQL), so no
 // state can be made with user data and no context is left without a parent.
+// The aggregate context of a call; refuses a call from outside an aggregate.
+inline MemoryContext aggregateContextOf(FunctionCallInfo fcinfo, const char* identifier) {
+    MemoryContext aggregateContext = nullptr;
+    if (!AggCheckCallContext(fcinfo, &aggregateContext))
+        raiseError(ERRCODE_INTERVAL_FIELD_OVERFLOW, "pluginimpl/inc/quenloPgUtils", __LINE__, identifier,
+                   "%s called in non-aggregate context", identifier);
+    return aggregateContext;
+}
+
 template <typename T>
 class AggCtxHelper {
 public:
     AggCtxHelper(T*& state, FunctionCallInfo fcinfo, const char* identifier)
-        : created(state == nullptr), aggregateContext(nullptr), previousContext(CurrentMemoryContext) {
-        if (!AggCheckCallContext(fcinfo, &aggregateContext))
-            raiseError(ERRCODE_INTERVAL_FIELD_OVERFLOW, "pluginimpl/inc/quenloPgUtils", __LINE__, identifier,
-                       "%s called in non-aggregate context", identifier);
+        : created(state == nullptr),
+          aggregateContext(aggregateContextOf(fcinfo, identifier)),
+          previousContext(CurrentMemoryContext) {
         if (!created) {
             MemoryContextSwitchTo(state->memoryContext);
             return;
@@ -168,6 +176,33 @@ public:
     MemoryContext aggregateContext;
     const MemoryContext previousContext;
 };
+
+// Combining in place. A combine function merges its second state into its first
+// and returns the first, as PostgreSQL allows: the group's state grows to the
+// result instead of a new state being made at each step. The second state is
+// only read, since its owner (a partial aggregate below, whose hash table may be
+// read again on a rescan) keeps it, unless a deserialise function made it: such
+// a state belongs to nobody else, so the first combine of a group takes it over
+// as the group's state, and a later one frees it once merged. T has a bool
+// `fromDeserialise`, set by the deserialise function.
+//
+// merge(state, second, created) runs with the state's context current; second
+// is null when the second argument is, and created tells that the state is new.
+template <typename T, typename Merge>
+Datum combineInPlace(FunctionCallInfo fcinfo, const char* identifier, Merge merge) {
+    const MemoryContext aggregateContext = aggregateContextOf(fcinfo, identifier);
+    T* state = PG_ARGISNULL(0) ? nullptr : reinterpret_cast<T*>(PG_GETARG_POINTER(0));
+    T* second = PG_ARGISNULL(1) ? nullptr : reinterpret_cast<T*>(PG_GETARG_POINTER(1));
+    if (!state && second && second->fromDeserialise) {
+        second->fromDeserialise = false;
+        MemoryContextSetParent(second->memoryContext, aggregateContext);
+        PG_RETURN_POINTER(second);
+    }
+    AggCtxHelper<T> helper(state, fcinfo, identifier);
+    merge(state, second, helper.created);
+    if (second && second->fromDeserialise) MemoryContextDelete(second->memoryContext);
+    PG_RETURN_POINTER(state);
+}
 
 }  // namespace qn::pg
 

@@ -17,6 +17,7 @@ struct AggKeepSingleContext {
     bool policy;   // every row must match the kept value
     Datum value;   // by-value types: the value; bytea and text: a detoasted copy in the state's context
     Oid typeOid;   // the type of the values; 0 = no row yet
+    bool fromDeserialise;  // made by the deserialise function, owned by no one yet
 };
 
 enum class KeptAs { Unsupported, ByValue, Varlena };
@@ -131,16 +132,14 @@ Datum qn_agg_keep_single_finalfn(PG_FUNCTION_ARGS) {
     QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "qn_agg_keep_single_finalfn", "agg_keep_singleunsuported type");
 }
 
-// Combine: a new state with both arguments (either may be NULL) merged into it by
-// the transition's rules; the arguments are left as they were.
+// Combine: the second argument merged into the first by the transition's rules,
+// in place (see combineInPlace); either may be NULL, the second is only read.
 Datum qn_agg_keep_single_combinefn(PG_FUNCTION_ARGS) {
-    AggKeepSingleContext* state = nullptr;
-    AggCtxHelper<AggKeepSingleContext> helper(state, fcinfo, "qn_agg_keep_single_combinefn");
-    state->isNull = true;
-    for (int argno = 0; argno < 2; ++argno)
-        if (const AggKeepSingleContext* other = keepSingleStateArgument(fcinfo, argno))
-            addValue(state, {other->typeOid, other->policy, other->isNull, other->value});
-    PG_RETURN_POINTER(state);
+    return qn::pg::combineInPlace<AggKeepSingleContext>(
+        fcinfo, "qn_agg_keep_single_combinefn", [](AggKeepSingleContext* state, AggKeepSingleContext* other, bool created) {
+            if (created) state->isNull = true;
+            if (other) addValue(state, {other->typeOid, other->policy, other->isNull, other->value});
+        });
 }
 
 // Serialise: NULL for no state; the policy is not carried.
@@ -171,6 +170,7 @@ Datum qn_agg_keep_single_deserialfn(PG_FUNCTION_ARGS) {
     AggKeepSingleContext* state = nullptr;
     AggCtxHelper<AggKeepSingleContext> helper(state, fcinfo, "qn_agg_keep_single_deserialfn");
     state->isNull = true;
+    state->fromDeserialise = true;
     if (PG_ARGISNULL(0)) PG_RETURN_POINTER(state);
     bytea* serialised = PG_GETARG_BYTEA_P(0);
     KeepSingleStateView view;

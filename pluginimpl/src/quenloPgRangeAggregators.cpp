@@ -190,6 +190,7 @@ struct Int4ToSetOpDataSet {
     MemoryContext memoryContext;
     uint32 inputType;   // the form of the rows, fixed by the first row; 0 = none yet
     uint32 outputType;  // the array layout of the result
+    bool fromDeserialise;  // made by the deserialise function, owned by no one yet
     SetBuilder set;
 };
 
@@ -311,27 +312,30 @@ ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
     }
 }
 
-// s's set becomes the union of the lists `ours` and `theirs`, which are only
-// read. x, the state `theirs` belongs to, must have s's forms ("addOtherCtx"
-// raises otherwise).
-void uniteSetStates(Int4ToSetOpDataSet* s, const Int4ToSetOpDataSet* x, const SetBuilder::Vector& ours,
-                    const SetBuilder::Vector& theirs) {
+// s's set becomes the union of its own and x's, merged into the state's spare
+// buffer, which then takes the old list: merging many states into one reuses
+// two buffers instead of allocating one per merge. x must have s's forms
+// ("addOtherCtx" raises otherwise).
+void uniteSetStates(Int4ToSetOpDataSet* s, const Int4ToSetOpDataSet* x) {
     if (x->inputType != s->inputType || x->outputType != s->outputType)
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
-    const uint32 sum = static_cast<uint32>(ours.size() + theirs.size());
-    SetBuilder::Vector merged(sum ? sum : 1);
+    const SetBuilder::Vector& ours = s->set.ranges;
+    const SetBuilder::Vector& theirs = x->set.ranges;
+    SetBuilder::Vector& merged = s->set.scratch;
+    merged.reserve(ours.size() + theirs.size());
     qn::pgRangeArray::computeUnion(ours.begin(), ours.end(), theirs.begin(), theirs.end(), merged);
-    s->set.ranges.swap(merged);  // merged now owns the old buffer and frees it
-    s->set.direct = true;        // a union of lists from elsewhere is trusted as it is
+    s->set.ranges.swap(merged);
+    s->set.direct = true;  // a union of lists from elsewhere is trusted as it is
 }
 
-// Merges state x into s (the "addOtherCtx" step of combining). A state without
-// ranges (one that saw only rows without members: NULLs, skipped arrays) adds
-// nothing and lends its forms only to a state that has none, so such partial
-// states combine alike in every plan. Otherwise s takes x's forms and a copy of
-// its set when s holds no range yet, or the forms must agree and s becomes the
-// union of both sets.
+// Merges state x into s (the "addOtherCtx" step of combining), with s's context
+// current; x's set is only read. A state without ranges (one that saw only rows
+// without members: NULLs, skipped arrays) adds nothing and lends its forms only
+// to a state that has none, so such partial states combine alike in every plan.
+// Otherwise s takes x's forms and a copy of its set when s holds no range yet,
+// or the forms must agree and s becomes the union of both sets.
 void mergeSetState(Int4ToSetOpDataSet* s, Int4ToSetOpDataSet* x) {
+    s->set.flush();
     flushSetState(x);
     const auto& theirs = x->set.ranges;
     if (theirs.empty() && s->inputType != 0) return;
@@ -341,7 +345,7 @@ void mergeSetState(Int4ToSetOpDataSet* s, Int4ToSetOpDataSet* x) {
         s->set.assign(theirs.begin(), theirs.end());
         return;
     }
-    uniteSetStates(s, x, s->set.ranges, theirs);
+    uniteSetStates(s, x);
 }
 
 }  // namespace
@@ -371,28 +375,13 @@ Datum qn_int4set_agg_finalfn(PG_FUNCTION_ARGS) {
     PG_RETURN_ARRAYTYPE_P(state->inputType == 0 ? qn::pg::allocateResultArray(0) : buildSetResult(state));
 }
 
-// Combine: a new state holding the union of both arguments (either may be NULL);
-// the arguments' sets are left as they were.
+// Combine: the union of both arguments (either may be NULL), merged into the
+// first in place (see combineInPlace); the second is only read.
 Datum qn_int4set_agg_combinefn(PG_FUNCTION_ARGS) {
-    Int4ToSetOpDataSet* state = nullptr;
-    AggCtxHelper<Int4ToSetOpDataSet> helper(state, fcinfo, "qn_int4set_agg_combinefn");
-    Int4ToSetOpDataSet* first = setStateArgument(fcinfo, 0);
-    Int4ToSetOpDataSet* second = setStateArgument(fcinfo, 1);
-    if (first && second) {
-        flushSetState(first);
-        flushSetState(second);
-        if (!first->set.ranges.empty() && !second->set.ranges.empty()) {
-            // Both hold ranges: their union straight into the new state, without
-            // copying the first one in before.
-            state->inputType = first->inputType;
-            state->outputType = first->outputType;
-            uniteSetStates(state, second, first->set.ranges, second->set.ranges);
-            PG_RETURN_POINTER(state);
-        }
-    }
-    if (first) mergeSetState(state, first);
-    if (second) mergeSetState(state, second);
-    PG_RETURN_POINTER(state);
+    return qn::pg::combineInPlace<Int4ToSetOpDataSet>(fcinfo, "qn_int4set_agg_combinefn",
+                                                      [](Int4ToSetOpDataSet* state, Int4ToSetOpDataSet* second, bool) {
+                                                          if (second) mergeSetState(state, second);
+                                                      });
 }
 
 // Serialise: the forms and the ranges as a bytea (NULL for no state).
@@ -413,7 +402,10 @@ Datum qn_int4set_agg_deserialfn(PG_FUNCTION_ARGS) {
     using qn::pgRangeArray::SetStateError;
     Int4ToSetOpDataSet* state = nullptr;
     AggCtxHelper<Int4ToSetOpDataSet> helper(state, fcinfo, "qn_int4set_agg_deserialfn");
-    if (PG_ARGISNULL(0)) PG_RETURN_POINTER(state);
+    if (PG_ARGISNULL(0)) {
+        state->fromDeserialise = true;
+        PG_RETURN_POINTER(state);
+    }
     bytea* serialised = PG_GETARG_BYTEA_P(0);
     const auto* bytes = reinterpret_cast<const uint8*>(serialised);
     int32 inputType = 0, outputType = 0;
@@ -432,6 +424,7 @@ Datum qn_int4set_agg_deserialfn(PG_FUNCTION_ARGS) {
     if (count && ranges.resize(count))
         memcpy(ranges.data(), bytes + qn::pgRangeArray::kSetStateRangesOffset, count * sizeof(RangeInt));
     state->set.direct = true;  // a list from elsewhere is trusted as it is
+    state->fromDeserialise = true;
     PG_FREE_IF_COPY(serialised, 0);
     PG_RETURN_POINTER(state);
 }

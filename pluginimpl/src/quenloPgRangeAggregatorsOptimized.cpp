@@ -22,12 +22,15 @@ struct Int4ToSetOpDataOptimized {
     MemoryContext memoryContext;
     uint32 inputType;   // the form of the rows, fixed by the first row; 0 = none yet
     uint32 outputType;  // the array layout of the result
+    bool fromDeserialise;  // made by the deserialise function, owned by no one yet
     qn::pg::PgBitBuffer bits;
 
     // Adds one row: (value | lower, upper | input form, array), maxinput, output form.
     void addRange(FunctionCallInfo fcinfo, bool isB);
     // Takes the forms and a copy of the bits of another state.
     void copyFrom(const Int4ToSetOpDataOptimized& other);
+    // Adds the members of another state (the "addOtherCtx" step of combining).
+    void merge(const Int4ToSetOpDataOptimized& other);
     // Some bit is set: the state saw a member, not only rows without one.
     bool hasMembers() const;
 };
@@ -106,6 +109,20 @@ void Int4ToSetOpDataOptimized::copyFrom(const Int4ToSetOpDataOptimized& other) {
     bits.size = other.bits.size;
 }
 
+// A state without members adds nothing and lends its forms only to a state that
+// has none; otherwise the forms must agree and the bits are OR-ed together.
+void Int4ToSetOpDataOptimized::merge(const Int4ToSetOpDataOptimized& other) {
+    if (inputType == 0 || (!hasMembers() && other.hasMembers())) {
+        copyFrom(other);
+        return;
+    }
+    if (!other.hasMembers()) return;
+    if (other.inputType != inputType || other.outputType != outputType)
+        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
+    if (other.bits.size > bits.size) bits.resize(other.bits.size);
+    qn::bitfield::orBitBytes(bits.data, other.bits.data, other.bits.size);
+}
+
 bool Int4ToSetOpDataOptimized::hasMembers() const {
     for (uint32 i = 0; i < bits.size; ++i)
         if (bits.data[i]) return true;
@@ -162,28 +179,15 @@ Datum qn_int4set_agg_optimized_finalfn(PG_FUNCTION_ARGS) {
     PG_RETURN_ARRAYTYPE_P(result);
 }
 
-// Combine: a new state holding the bits of both arguments (either may be NULL);
-// the arguments are left as they were. A state without members (one that saw
-// only rows without members) adds no bits and lends its forms only to a state
-// that has none, so such partial states combine alike in every plan; the forms
-// of two states with members must agree.
+// Combine: the bits of both arguments (either may be NULL), merged into the
+// first in place (see combineInPlace) by the rules of merge(); the second is
+// only read.
 Datum qn_int4set_agg_optimized_combinefn(PG_FUNCTION_ARGS) {
-    Int4ToSetOpDataOptimized* state = nullptr;
-    AggCtxHelper<Int4ToSetOpDataOptimized> helper(state, fcinfo, "qn_int4set_agg_optimized_combinefn");
-    const Int4ToSetOpDataOptimized* first = optimizedStateArgument(fcinfo, 0);
-    const Int4ToSetOpDataOptimized* other = optimizedStateArgument(fcinfo, 1);
-    if (first) state->copyFrom(*first);
-    if (!other) PG_RETURN_POINTER(state);
-    if (state->inputType == 0 || (!state->hasMembers() && other->hasMembers())) {
-        state->copyFrom(*other);
-        PG_RETURN_POINTER(state);
-    }
-    if (!other->hasMembers()) PG_RETURN_POINTER(state);
-    if (other->inputType != state->inputType || other->outputType != state->outputType)
-        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
-    if (other->bits.size > state->bits.size) state->bits.resize(other->bits.size);
-    qn::bitfield::orBitBytes(state->bits.data, other->bits.data, other->bits.size);
-    PG_RETURN_POINTER(state);
+    return qn::pg::combineInPlace<Int4ToSetOpDataOptimized>(
+        fcinfo, "qn_int4set_agg_optimized_combinefn",
+        [](Int4ToSetOpDataOptimized* state, Int4ToSetOpDataOptimized* other, bool) {
+            if (other) state->merge(*other);
+        });
 }
 
 // Serialise: the forms, the capacity and the bytes in use (NULL for no state).
@@ -203,6 +207,7 @@ Datum qn_int4set_agg_optimized_deserialfn(PG_FUNCTION_ARGS) {
     using qn::bitfield::BitSetStateError;
     Int4ToSetOpDataOptimized* state = nullptr;
     AggCtxHelper<Int4ToSetOpDataOptimized> helper(state, fcinfo, "qn_int4set_agg_optimized_deserialfn");
+    state->fromDeserialise = true;
     if (PG_ARGISNULL(0)) PG_RETURN_POINTER(state);
     bytea* serialised = PG_GETARG_BYTEA_P(0);
     const auto* bytes = reinterpret_cast<const uint8*>(serialised);
