@@ -29,14 +29,18 @@ GISTENTRY* compressedEntry(const GISTENTRY* entry, int64 key) {
 }
 
 // Strategies 1 and 11: the query is a range array, sorted by lower bound.
-// One that is not one-dimensional or holds NULLs matches nothing.
-bool consistentWithRangeArray(FunctionCallInfo fcinfo, int64 key) {
+// One that is not one-dimensional or holds NULLs matches nothing. An odd last
+// element is read as the operators read it, so that the index answers as a
+// sequential scan does: `v <@ array` ignores it, `packed && array` refuses the
+// array with the operator's own error.
+bool consistentWithRangeArray(FunctionCallInfo fcinfo, StrategyNumber strategy, int64 key) {
     const char* function = "qn_gist_range_consistent";
     const ArrayType* query = qn::pg::arrayArgumentCached(fcinfo, 1);
     if (ARR_ELEMTYPE(query) != INT4OID)
         QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "accept only int4[] with an even size");
     const Int4Elements e = qn::pg::readInt4Elements(query);
-    if (e.count & 1) QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "accept only int4[] with an even size");
+    if ((e.count & 1) && strategy == qn::gist::RangeOverlapsRangeArray)
+        QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, "qn_int4rangepacked_in_rangearray", "invalid range array");
     return qn::gist::keyMeetsRangeArray(key, e.rangesBegin(), e.rangesEnd());
 }
 
@@ -80,7 +84,7 @@ Datum qn_gist_range_consistent(PG_FUNCTION_ARGS) {
     bool result = false;
     switch (strategy) {
         case ValueInRangeArray:
-        case RangeOverlapsRangeArray: result = consistentWithRangeArray(fcinfo, key); break;
+        case RangeOverlapsRangeArray: result = consistentWithRangeArray(fcinfo, strategy, key); break;
         case ValueInBitField: {
             qn::bitfield::BitFieldView bf;
             if (!qn::pg::getBitFieldInfo(qn::pg::detoastArgumentCached(fcinfo, 1), bf, function)) {

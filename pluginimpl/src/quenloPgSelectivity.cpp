@@ -498,16 +498,6 @@ bool unreadArgumentIsNull(const TestFunction& f, List* args) {
     return IsA(first, Const) && reinterpret_cast<const Const*>(first)->constisnull;
 }
 
-// A constant range array of odd length, which the function reads (or refuses)
-// its own way and the index refuses with its own message: such a call is left
-// to the function.
-bool oddRangeArrayConstant(Strategy s, Node* operand) {
-    if (s != qn::gist::ValueInRangeArray && s != qn::gist::RangeOverlapsRangeArray) return false;
-    if (!IsA(operand, Const) || reinterpret_cast<Const*>(operand)->constisnull) return false;
-    const ArrayType* a = DatumGetArrayTypeP(reinterpret_cast<Const*>(operand)->constvalue);
-    return qn::pg::readInt4Elements(a).count % 2 != 0;
-}
-
 // The call as an index condition on the indexed argument, or NIL.
 List* indexCondition(SupportRequestIndexCondition* req) {
     List* args = callArguments(req->node);
@@ -519,8 +509,7 @@ List* indexCondition(SupportRequestIndexCondition* req) {
         const Oid opno = operatorOf(form.strategy, req->funcid);
         if (!OidIsValid(opno) || !op_in_opfamily(opno, req->opfamily)) continue;
         Node* operand = static_cast<Node*>(list_nth(args, form.right));
-        if (!QN_IS_PSEUDO_CONSTANT_FOR_INDEX(req->root, operand, req->index) || oddRangeArrayConstant(form.strategy, operand))
-            continue;
+        if (!QN_IS_PSEUDO_CONSTANT_FOR_INDEX(req->root, operand, req->index)) continue;
         // The unread argument of the three-argument form can still make the call
         // NULL: then the call stays as a filter, unless it is a constant.
         const Node* first = static_cast<const Node*>(linitial(args));

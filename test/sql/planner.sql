@@ -109,12 +109,30 @@ FROM (VALUES
 LATERAL pg_temp.by_index(format('SELECT * FROM %s WHERE %s', tbl, clause), true) i,
 LATERAL pg_temp.by_index(format('SELECT * FROM %s WHERE %s', tbl, clause), false) s;
 
--- A range array of odd length: the function ignores the odd element, the operator through the index refuses it.
-SELECT (pg_temp.by_index('SELECT * FROM pv WHERE qn_int4_in_rangearray(v, ''{1000,1999,7}'')', true)).cond AS odd_function_form;
+-- A range array of odd length answers alike in every plan: `v <@` and its function ignore the odd element,
+-- `packed &&` and its function refuse the array; as a constant, a join operand and a generic plan's parameter.
+CREATE TABLE odd_seg AS SELECT '{1000,1999,7}'::int4[] AS a;
+SET plan_cache_mode = force_generic_plan;
+PREPARE odd_value_seq(int4[]) AS SELECT count(*) FROM pv WHERE qn_int4_in_rangearray(v, $1);
+PREPARE odd_value_idx(int4[]) AS SELECT count(*) FROM pv WHERE qn_int4_in_rangearray(v, $1);
+PREPARE odd_packed_seq(int4[]) AS SELECT count(*) FROM pp WHERE qn_int4rangepacked_in_rangearray(p, $1);
+PREPARE odd_packed_idx(int4[]) AS SELECT count(*) FROM pp WHERE qn_int4rangepacked_in_rangearray(p, $1);
+SET enable_indexscan = off;
+SET enable_bitmapscan = off;
+CREATE TEMP TABLE odd_runs AS
+SELECT q, pg_temp.run(format(q, 'seq')) AS seq_scan
+FROM (VALUES ('SELECT count(*) FROM pv WHERE qn_int4_in_rangearray(v, ''{1000,1999,7}'')'),
+             ('SELECT count(*) FROM odd_seg s JOIN pv ON qn_int4_in_rangearray(pv.v, s.a)'),
+             ('SELECT count(*) FROM odd_seg s JOIN pv ON pv.v <@ s.a'), ('EXECUTE odd_value_%s(''{1000,1999,7}'')'),
+             ('SELECT count(*) FROM odd_seg s JOIN pp ON qn_int4rangepacked_in_rangearray(pp.p, s.a)'),
+             ('EXECUTE odd_packed_%s(''{1000,1999,7}'')')) t(q);
+RESET enable_indexscan;
+RESET enable_bitmapscan;
 SET enable_seqscan = off;
-SELECT pg_temp.try('SELECT count(*) FROM pv WHERE qn_int4_in_rangearray(v, ''{1000,1999,7}'')') AS function_runs,
-       pg_temp.try('SELECT count(*) FROM pv WHERE v <@ ''{1000,1999,7}''::int4[]') AS operator_refused;
+SELECT q, seq_scan, pg_temp.run(format(q, 'idx')) AS by_index, pg_temp.plan_has(format(q, 'idx'), 'Index Cond') AS indexed
+FROM odd_runs;
 RESET enable_seqscan;
+RESET plan_cache_mode;
 
 -- A clause matching most of the table keeps the sequential scan, in either form.
 SELECT pg_temp.plan_has('SELECT * FROM pv WHERE v <@ ''{0,89999}''::int4[]', 'Seq Scan') AS operator_seq_scan,
