@@ -10,6 +10,7 @@
 // 2147483647 stand for an unbounded end. The module's forms come back from an
 // int4range exactly; an int4range bounded at an extreme comes back unbounded,
 // holding the same integers.
+#include "qnPgInt4Multirange.h"
 #include "qnPgPackedRangeText.h"
 #include "qnPgRangeNormalise.h"
 #include "quenloPgUtils.h"
@@ -330,17 +331,29 @@ Datum qn_rangearray_from_int4multirange(PG_FUNCTION_ARGS) {
     PG_RETURN_ARRAYTYPE_P(result);
 }
 
+static_assert(qn::pgRangeArray::kMultirangeLowerInclusive == RANGE_LB_INC &&
+                  qn::pgRangeArray::kMultirangeLowerInfinite == RANGE_LB_INF &&
+                  qn::pgRangeArray::kMultirangeUpperInfinite == RANGE_UB_INF,
+              "the stored range flags are the server's");
+static_assert(sizeof(MultirangeType) == qn::pgRangeArray::kMultirangeHeaderBytes, "the stored multirange header");
+
 // The int4multirange of a range array of any order; inverted pairs add nothing.
+// Written straight in the stored layout: a normalised argument is read in place
+// and nothing but the result is allocated; another is normalised into one copy
+// first. Cancellable while it writes.
 Datum qn_rangearray_to_int4multirange(PG_FUNCTION_ARGS) {
     const char* function = "qn_rangearray_to_int4multirange";
-    uint64 n = 0;
-    const RangeInt* ranges = normalisedCopy(rangeArrayArgument(fcinfo, 0, function), n);
-    // Each range takes at least 13 bytes in a multirange: a larger one cannot be allocated.
-    if (n > MaxAllocSize / 16) QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow ");
-    TypeCacheEntry* typcache = int4RangeTypeCache();
-    auto** items = static_cast<RangeType**>(palloc((n ? n : 1) * sizeof(RangeType*)));
-    for (uint64 i = 0; i < n; ++i) items[i] = int4Range(typcache, ranges[i].lower, ranges[i].upper);
-    PG_RETURN_MULTIRANGE_P(make_multirange(INT4MULTIRANGEOID, typcache, static_cast<int32>(n), items));
+    const Int4Elements e = rangeArrayArgument(fcinfo, 0, function);
+    uint64 n = static_cast<uint64>(e.count / 2);
+    const RangeInt* ranges = e.rangesBegin();
+    if (!qn::pgRangeArray::isNormalised(ranges, ranges + n)) ranges = normalisedCopy(e, n);
+    const uint64 size = qn::pgRangeArray::int4MultirangeSize(ranges, ranges + n);
+    if (size > MaxAllocSize) QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow ");
+    auto* result = static_cast<MultirangeType*>(palloc(size));
+    SET_VARSIZE(result, size);
+    qn::pgRangeArray::writeInt4Multirange(reinterpret_cast<uint8*>(result), INT4MULTIRANGEOID, ranges, ranges + n,
+                                          [] { CHECK_FOR_INTERRUPTS(); });
+    PG_RETURN_MULTIRANGE_P(result);
 }
 
 #endif

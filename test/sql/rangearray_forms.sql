@@ -39,7 +39,17 @@ INSERT INTO checks VALUES
                      qn_rangearray_to_int4multirange('{1,NULL}'))$$, '{}{}{}'),
     ('odd length', $$SELECT qn_rangearray_to_int4multirange('{1,2,3}')$$, '42804: array length should be even'),
     ('casts both ways', $$SELECT '{[1,3),[5,9)}'::int4multirange::int4[] || '{7,9,1,3,4,4}'::int4[]::int4multirange::int4[]$$,
-     '{1,2,5,8,1,4,7,9}');
+     '{1,2,5,8,1,4,7,9}'),
+    -- Written in the stored layout: equal to the server's own multirange of the same ranges, in value, text and size,
+    -- past the every-fourth-range offsets and with unbounded ends; lists that differ are counted.
+    ('as the server builds it', $$WITH c AS MATERIALIZED (  -- stored alike, so that their sizes compare
+        SELECT a, qn_rangearray_to_int4multirange(a) AS ours,
+               coalesce((SELECT range_agg(r) FROM unnest(qn_rangearray_to_int4ranges(a)) r), '{}') AS server
+        FROM (SELECT lo || ARRAY(SELECT x FROM generate_series(1, k) j, LATERAL (VALUES (j * 100), (j * 100 + j % 7)) v(x)) || hi
+              FROM generate_series(0, 9) k, (VALUES ('{}'::int4[]), ('{-2147483648,-5}')) l(lo),
+                   (VALUES ('{}'::int4[]), ('{5000,2147483647}')) h(hi)) t(a))
+        SELECT count(*) FROM c WHERE ours <> server OR ours::text <> server::text OR pg_column_size(ours) <> pg_column_size(server)
+                                     OR qn_rangearray_from_int4multirange(ours)::text <> a::text$$, '0');
 SELECT name, got, expected
 FROM (SELECT name, pg_temp.run(query) AS got, expected FROM checks WHERE :'has_multirange') c
 WHERE got IS DISTINCT FROM expected;
