@@ -69,9 +69,11 @@ COMMENT ON FUNCTION qn_rangearray_to_int4ranges(int4[]) IS
 
 -- range arrays as rows
 --
--- Streaming set-returning functions: one row per call, in constant memory, and
--- cancellable, whatever the number of rows. Pairs come in array order as they
--- are; normalise the array first for a sorted set without repeats.
+-- Set-returning functions that make one row per call, in constant memory, and
+-- are cancellable, whatever the number of rows. They stream only in the select
+-- list: in FROM the server stores every row before it reads the first. Pairs
+-- come in array order as they are; normalise the array first for a sorted set
+-- without repeats.
 
 CREATE FUNCTION qn_rangearray_unnest(int4[]) RETURNS TABLE (lower int4, upper int4)
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
