@@ -1,7 +1,7 @@
 -- int4set_agg over 1,000,000 rows of random integers: against array_agg(DISTINCT)
 -- and array_agg on the same rows; then in one group and in 100,000 groups of 10
--- rows with peak memory; then the range expression aggregate; last, serial against
--- two workers over 10,000,000 rows.
+-- rows with peak memory; then the range expression aggregate. Parallel plans
+-- over 10,000,000 rows: bench/parallel_sets.sql.
 \timing off
 SET jit = off;
 CREATE TABLE random_ints AS
@@ -78,14 +78,5 @@ FROM generate_series(1, 1000) i;
 \set query 'SELECT cardinality(int4range_op_agg(CASE WHEN i % 2 = 0 THEN 3 ELSE 1 END, a ORDER BY i)) / 2 AS ranges FROM operands;'
 \ir include/peak_memory.psql
 \ir include/median_ms.psql
-\echo '-- 10,000,000 rows, serial and with two workers: values over +-1e9 (a set as large as its rows)'
-\echo '-- and values in [0, 2^20) (a set much smaller than its rows)'
-CREATE TABLE ten_million AS
-SELECT (hashint4(g) % 1000000000) AS spread, hashint4(g) & 1048575 AS small
-FROM generate_series(0, 9999999) g ORDER BY random();
-VACUUM ANALYZE ten_million;
-SELECT col, workers, m.median AS median_ms, m.fastest || '-' || m.slowest AS range_ms, m.launched
-FROM (VALUES ('spread'), ('small')) c(col), (VALUES (0), (2)) w(workers),
-     LATERAL pg_temp.median_ms(format('SELECT int4set_agg(%I, ''r'') FROM ten_million', col), workers, 3) m;
-DROP TABLE random_ints, sorted_ints, operands, ten_million;
+DROP TABLE random_ints, sorted_ints, operands;
 DROP FUNCTION peak_kb();

@@ -322,6 +322,7 @@ void uniteSetStates(Int4ToSetOpDataSet* s, const Int4ToSetOpDataSet* x) {
     const SetBuilder::Vector& ours = s->set.ranges;
     const SetBuilder::Vector& theirs = x->set.ranges;
     SetBuilder::Vector& merged = s->set.scratch;
+    merged.clear();  // its old contents need not move when it grows
     merged.reserve(ours.size() + theirs.size());
     qn::pgRangeArray::computeUnion(ours.begin(), ours.end(), theirs.begin(), theirs.end(), merged);
     s->set.ranges.swap(merged);
