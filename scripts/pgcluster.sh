@@ -9,7 +9,8 @@
 # system's PostgreSQL of that major (its server binaries copied, everything else linked):
 # PostgreSQL finds its share and lib directories relative to its own binary, so
 # the staged server sees the freshly built extension without touching the
-# system, and an ordinary user can run it. As root, the server runs as the
+# system, and an ordinary user can run it; the other client and server tools
+# (pg_dump, pg_upgrade, ...) are linked beside them. As root, the server runs as the
 # unprivileged 'postgres' user (PostgreSQL refuses root); it listens only on a
 # Unix socket in its own directory.
 set -euo pipefail
@@ -43,7 +44,7 @@ start() {
     DESTDIR="$stage" cmake --install "$build_dir" >/dev/null
     mkdir -p "$stage$bindir" "$stage$pkglibdir" "$stage$sharedir/extension"
     for entry in postgres initdb pg_ctl; do cp "$bindir/$entry" "$stage$bindir/"; done
-    for entry in "$pkglibdir"/* "$sharedir"/* "$sharedir"/extension/*; do
+    for entry in "$bindir"/* "$pkglibdir"/* "$sharedir"/* "$sharedir"/extension/*; do
         [ -e "$stage$entry" ] || ln -s "$entry" "$stage$entry"
     done
     chmod -R a+rX "$stage"
