@@ -1,14 +1,22 @@
 #!/usr/bin/env bash
 # Sets everything up and runs every test on every installed supported PostgreSQL
 # major (or on the majors named): the unit tests (once, with the first major),
-# and for each major the module's export check, the magic-block check and the
-# SQL regression tests in a throwaway cluster of that major.
+# and for each major the module's export check, the magic-block check, the SQL
+# regression tests in a throwaway cluster of that major, the soak and, from 14
+# on, pg_upgrade from 13. With --packages (root; CI), the Debian packages are
+# then built, installed, exercised and removed (scripts/package_check.sh).
 # Ends with one line "N passed, N failed" over all majors; exits non-zero on any
 # failure.
-#   test.sh [MAJOR...]
+#   test.sh [--packages] [MAJOR...]
 set -uo pipefail
 # shellcheck source=scripts/lib.sh
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+packages=no
+if [ "${1:-}" = "--packages" ]; then
+    packages=yes
+    shift
+fi
 
 bash "$KELVARN_ROOT/scripts/setup.sh" "$@" || exit 1
 if [ $# -gt 0 ]; then
@@ -57,6 +65,16 @@ for major in "${majors[@]}"; do
     failed=$((failed + major_failed))
     report+=("PostgreSQL $major: $((major_total - major_failed)) passed, $major_failed failed")
 done
+if [ "$packages" = yes ]; then
+    echo "== Debian packages"
+    if bash "$KELVARN_ROOT/scripts/package_check.sh"; then
+        passed=$((passed + 1))
+        report+=("Debian packages: 1 passed, 0 failed")
+    else
+        failed=$((failed + 1))
+        report+=("Debian packages: 0 passed, 1 failed")
+    fi
+fi
 printf '%s\n' "${report[@]}"
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
