@@ -153,6 +153,38 @@ private:
     }
 };
 
+// A normalised list holds no range ending at INT32_MAX: the lists the builder
+// keeps while it computes the plain set union (not `direct`).
+inline bool isPlainList(const Range<int32_t>* first, const Range<int32_t>* last) {
+    return isNormalised(first, last) && (first == last || last[-1].upper != INT32_MAX);
+}
+
+// buf[0, a) := buf[0, a) ∪ b[0, nb), the plain set union, normalised; returns
+// its length. Both lists are normalised and buf has room for a + nb ranges. The
+// union is merged from the back into the end of buf, where it never overtakes
+// the unread part of buf's own list, then moved to the front: nothing is
+// allocated, so merging many lists into one touches no memory but the result's.
+inline uint64_t uniteInPlace(Range<int32_t>* buf, uint64_t a, const Range<int32_t>* b, uint64_t nb) {
+    using R = Range<int32_t>;
+    R* w = buf + a + nb;  // the union so far is [w, buf + a + nb), lowest range first
+    const R* end = w;
+    uint64_t i = a, j = nb;
+    while (i > 0 || j > 0) {
+        // Ranges come by descending upper bound; each joins the lowest range so
+        // far when it overlaps or touches it.
+        const bool fromA = j == 0 || (i > 0 && buf[i - 1].upper >= b[j - 1].upper);
+        const R next = fromA ? buf[--i] : b[--j];
+        if (w != end && int64_t{next.upper} + 1 >= int64_t{w->lower}) {
+            if (next.lower < w->lower) w->lower = next.lower;
+        } else {
+            *--w = next;
+        }
+    }
+    const uint64_t n = static_cast<uint64_t>(end - w);
+    if (w != buf) std::memmove(buf, w, n * sizeof(R));
+    return n;
+}
+
 // The number of integers in a list of ranges; inverted ranges count for nothing.
 inline uint64_t countMembers(const Range<int32_t>* first, const Range<int32_t>* last) {
     uint64_t total = 0;

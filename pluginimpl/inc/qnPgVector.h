@@ -97,6 +97,26 @@ public:
     // Makes room for n elements without changing the size.
     bool reserve(tSize n) { return n <= capacity_ || grow(n); }
 
+    // reserve() through Resize, a realloc-like function that keeps the contents
+    // and, for a large block, the pages already written: growing a large list
+    // then touches only its new part. On a null from Resize, reports "Out of
+    // memory" and leaves the vector as it was.
+    template <void* (*Resize)(void*, size_t)>
+    bool reserveByResizing(tSize n) {
+        if (n <= capacity_) return true;
+        if (!data_) return grow(n);
+        const tSize c = grownCapacity(n);
+        if (c == 0) return false;
+        T* fresh = static_cast<T*>(Resize(data_, static_cast<size_t>(c * sizeof(T))));
+        if (!fresh) {
+            reportToStdout("Out of memory");
+            return false;
+        }
+        data_ = fresh;
+        capacity_ = c;
+        return true;
+    }
+
     // Exchanges the contents (buffers, sizes, capacities) of two vectors.
     void swap(tVector& other) {
         const tSize c = capacity_, s = size_;
@@ -125,20 +145,28 @@ private:
         return static_cast<T*>(Alloc(static_cast<size_t>(count * sizeof(T))));
     }
 
-    // Doubles the capacity until `need` fits, then moves the elements into a new buffer.
-    // On a capacity that cannot be represented, reports "tSize overflow" and keeps the
-    // vector as it was; on a failed allocation, reports "Out of memory" and drops the
-    // elements (the old buffer is released, the vector is empty with capacity 0).
-    bool grow(tSize need) {
+    // The capacity doubled until `need` fits; 0, after reporting "tSize overflow",
+    // when it cannot be represented.
+    tSize grownCapacity(tSize need) const {
         tSize c = capacity_ ? capacity_ : 1;
         while (need > c) {
             const tSize old = c;
             c = c + c;
             if (static_cast<int64_t>(old) < 0 || c > kMaxElements) {
                 reportToStdout("tSize overflow");
-                return false;
+                return 0;
             }
         }
+        return c;
+    }
+
+    // Doubles the capacity until `need` fits, then moves the elements into a new buffer.
+    // On a capacity that cannot be represented, reports "tSize overflow" and keeps the
+    // vector as it was; on a failed allocation, reports "Out of memory" and drops the
+    // elements (the old buffer is released, the vector is empty with capacity 0).
+    bool grow(tSize need) {
+        const tSize c = grownCapacity(need);
+        if (c == 0) return false;
         T* fresh = allocate(c);
         if (!fresh) {
             reportToStdout("Out of memory");

@@ -312,20 +312,33 @@ ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
     }
 }
 
-// s's set becomes the union of its own and x's, merged into the state's spare
-// buffer, which then takes the old list: merging many states into one reuses
-// two buffers instead of allocating one per merge. x must have s's forms
-// ("addOtherCtx" raises otherwise).
+// Grows a palloc'd block in place where it can (realloc keeps a large block's
+// pages), for the in-place union.
+void* resizeChunk(void* chunk, size_t bytes) { return repalloc(chunk, bytes); }
+
+// s's set becomes the union of its own and x's; x must have s's forms
+// ("addOtherCtx" raises otherwise). Two plain lists (what the builder keeps
+// while no row was inverted or ended at INT32_MAX) give their set union, as
+// one builder fed both sets' rows would: merged in place into s's list, grown
+// where it lies, so that merging many states into one touches no memory but the
+// result's. Any other list is united as the range algebra unites, into the
+// state's spare buffer, which then takes the old list.
 void uniteSetStates(Int4ToSetOpDataSet* s, const Int4ToSetOpDataSet* x) {
     if (x->inputType != s->inputType || x->outputType != s->outputType)
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
-    const SetBuilder::Vector& ours = s->set.ranges;
+    SetBuilder::Vector& ours = s->set.ranges;
     const SetBuilder::Vector& theirs = x->set.ranges;
+    if (!s->set.direct && !x->set.direct) {
+        const uint64 a = ours.size(), b = theirs.size();
+        if (!ours.reserveByResizing<resizeChunk>(a + b)) QN_ERROR(ERRCODE_OUT_OF_MEMORY, "addOtherCtx", nullptr);
+        ours.resize(qn::pgRangeArray::uniteInPlace(ours.data(), a, theirs.data(), b));
+        return;
+    }
     SetBuilder::Vector& merged = s->set.scratch;
     merged.clear();  // its old contents need not move when it grows
     merged.reserve(ours.size() + theirs.size());
     qn::pgRangeArray::computeUnion(ours.begin(), ours.end(), theirs.begin(), theirs.end(), merged);
-    s->set.ranges.swap(merged);
+    ours.swap(merged);
     s->set.direct = true;  // a union of lists from elsewhere is trusted as it is
 }
 
@@ -344,6 +357,7 @@ void mergeSetState(Int4ToSetOpDataSet* s, Int4ToSetOpDataSet* x) {
         s->inputType = x->inputType;
         s->outputType = x->outputType;
         s->set.assign(theirs.begin(), theirs.end());
+        s->set.direct = x->set.direct;  // a plain list stays plain
         return;
     }
     uniteSetStates(s, x);
@@ -424,7 +438,9 @@ Datum qn_int4set_agg_deserialfn(PG_FUNCTION_ARGS) {
     auto& ranges = state->set.ranges;
     if (count && ranges.resize(count))
         memcpy(ranges.data(), bytes + qn::pgRangeArray::kSetStateRangesOffset, count * sizeof(RangeInt));
-    state->set.direct = true;  // a list from elsewhere is trusted as it is
+    // A list from elsewhere is trusted as it is; a plain one is combined as the
+    // builder would have combined its rows.
+    state->set.direct = !qn::pgRangeArray::isPlainList(ranges.begin(), ranges.end());
     state->fromDeserialise = true;
     PG_FREE_IF_COPY(serialised, 0);
     PG_RETURN_POINTER(state);

@@ -1,6 +1,7 @@
 // Range lists, by a selector byte:
-// 0 set algebra (union with its merging append, intersection, exclusion) and the
-//   readers in place (membership, overlap with a range and with a list);
+// 0 set algebra (union with its merging append, the combine's in-place union,
+//   intersection, exclusion) and the readers in place (membership, overlap with
+//   a range and with a list);
 // 1 normaliseRanges (several normalised lists in a row reach the run merge, raw
 //   pairs the radix sort) and isNormalised;
 // 2 rangeArrayInsert and the set builder (batches from 256 ranges, so they reach
@@ -34,6 +35,13 @@ void algebra(Reader& in) {
     for (int i = 0; i < (shape >> 2 & 7); ++i) out.push_back(R{i, -i});
     computeUnion(a0, a1, b0, b1, out);
     if (modelled) FZ_CHECK(asIntervals(out) == setOp(SetOp::Union, ma, mb));
+    if (normalised) {  // the combine's plain union: the set union at any distance, normalised, in place
+        std::vector<R> buf(a);
+        buf.resize(a.size() + b.size());
+        buf.resize(uniteInPlace(buf.data(), a.size(), wb.rangesBegin(), b.size()));
+        FZ_CHECK(isNormalised(buf.data(), buf.data() + buf.size()) &&
+                 asIntervals(buf.data(), buf.data() + buf.size()) == setOp(SetOp::Union, ma, mb));
+    }
     computeExclusion(a0, a1, b0, b1, out);
     if (modelled) FZ_CHECK(asIntervals(out) == setOp(SetOp::Exclusion, ma, mb));
     computeIntersection(a0, a1, b0, b1, out);
