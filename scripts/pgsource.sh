@@ -7,7 +7,9 @@
 # suite serves is taken; the build is skipped when the prefix already holds a
 # working one made by this version of this script.
 #
-# The server is configured with --enable-cassert --enable-debug and with
+# The server is configured as Debian configures its own for what users see
+# (ICU, readline, lz4 compression of stored values), with --enable-cassert
+# --enable-debug and with
 # -DUSE_VALGRIND, so that memory contexts tell Valgrind what they free (costless
 # outside Valgrind); contrib is built and installed too (postgres_fdw, amcheck,
 # btree_gist, intarray) and so is PostgreSQL's Valgrind suppressions file.
@@ -24,7 +26,7 @@ set -euo pipefail
 
 major=${1:?usage: pgsource.sh MAJOR}
 SOURCE_SUITE=sid
-BUILD_DEPENDS=(bison flex gcc make perl pkg-config libreadline-dev zlib1g-dev libicu-dev
+BUILD_DEPENDS=(bison flex gcc make perl pkg-config libreadline-dev zlib1g-dev libicu-dev liblz4-dev
                libssl-dev valgrind dpkg-dev xz-utils bzip2)
 
 prefix=$(source_prefix "$major")
@@ -71,7 +73,7 @@ mkdir "$work/src"
 tar -xf "$orig" -C "$work/src" --strip-components=1 || fail "could not unpack $orig"
 cd "$work/src"
 say "configuring (--enable-cassert --enable-debug, -DUSE_VALGRIND)"
-./configure --prefix="$prefix" --enable-cassert --enable-debug --with-icu --with-readline \
+./configure --prefix="$prefix" --enable-cassert --enable-debug --with-icu --with-readline --with-lz4 \
     CFLAGS="-O2 -ggdb" CPPFLAGS="-DUSE_VALGRIND" > "$work/configure.log" 2>&1 \
     || { tail -30 "$work/configure.log" >&2; fail "configure failed"; }
 say "compiling the server and contrib"
