@@ -153,8 +153,8 @@ private:
     }
 };
 
-// A normalised list holds no range ending at INT32_MAX: the lists the builder
-// keeps while it computes the plain set union (not `direct`).
+// A plain list: normalised, and no range ends at INT32_MAX. The builder keeps
+// such a list while it computes the plain set union (while not `direct`).
 inline bool isPlainList(const Range<int32_t>* first, const Range<int32_t>* last) {
     return isNormalised(first, last) && (first == last || last[-1].upper != INT32_MAX);
 }
