@@ -320,6 +320,19 @@ bool rangeOverlapsList(T lower, T upper, const Range<T>* first, const Range<T>* 
     return false;
 }
 
+// Every range of a lies inside one range of b (b normalised): a non-empty subset.
+// An empty a or b gives false. One forward pass over each list.
+template <typename T>
+bool rangeListIncluded(const Range<T>* a, const Range<T>* aEnd, const Range<T>* b, const Range<T>* bEnd) {
+    if (a == aEnd || b == bEnd) return false;
+    for (; a != aEnd; ++a) {
+        while (b->upper < a->lower)
+            if (++b == bEnd) return false;
+        if (a->lower < b->lower || b->upper < a->upper) return false;
+    }
+    return true;
+}
+
 // Some member is in both lists (inputs sorted, disjoint). Walks both lists once,
 // advancing the side whose range starts first; adjacent ranges do not overlap.
 // The comparisons hold as written for malformed ranges (lower > upper) too.

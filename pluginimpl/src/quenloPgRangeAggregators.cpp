@@ -51,17 +51,6 @@ Datum computeRangeResult(FunctionCallInfo fcinfo, RangeKernel kernel, const char
     PG_RETURN_ARRAYTYPE_P(qn::pg::buildRangeArrayResult(out, function));
 }
 
-// Every range of A lies inside one range of B (B normalised); an empty A or B gives false.
-bool rangeListIncluded(const RangeInt* a, const RangeInt* aEnd, const RangeInt* b, const RangeInt* bEnd) {
-    if (a == aEnd || b == bEnd) return false;
-    for (; a != aEnd; ++a) {
-        while (b->upper < a->lower)
-            if (++b == bEnd) return false;
-        if (a->lower < b->lower || b->upper < a->upper) return false;
-    }
-    return true;
-}
-
 }  // namespace
 
 QN_FUNCTION_INFO_V1(qn_int4range_union)
@@ -69,6 +58,7 @@ QN_FUNCTION_INFO_V1(qn_int4range_intersection)
 QN_FUNCTION_INFO_V1(qn_int4range_exclusion)
 QN_FUNCTION_INFO_V1(qn_int4range_is_overlap)
 QN_FUNCTION_INFO_V1(qn_int4range_is_strictly_include)
+QN_FUNCTION_INFO_V1(qn_int4range_contains)
 
 // A ∪ B; a null side gives a copy of the other, both null give null.
 Datum qn_int4range_union(PG_FUNCTION_ARGS) {
@@ -108,8 +98,18 @@ Datum qn_int4range_is_overlap(PG_FUNCTION_ARGS) {
 Datum qn_int4range_is_strictly_include(PG_FUNCTION_ARGS) {
     if (PG_ARGISNULL(0) || PG_ARGISNULL(1)) PG_RETURN_NULL();
     const RangeArguments args = readRangeArguments(fcinfo, "qn_int4range_is_strictly_include");
-    PG_RETURN_BOOL(rangeListIncluded(args.a.rangesBegin(), args.a.rangesEnd(), args.b.rangesBegin(),
-                                     args.b.rangesEnd()));
+    PG_RETURN_BOOL(qn::pgRangeArray::rangeListIncluded(args.a.rangesBegin(), args.a.rangesEnd(),
+                                                       args.b.rangesBegin(), args.b.rangesEnd()));
+}
+
+// B is a non-empty subset of A: qn_int4range_is_strictly_include with the
+// arguments swapped, and its errors (the function of int4[] ~@> int4[]); null
+// when either is null.
+Datum qn_int4range_contains(PG_FUNCTION_ARGS) {
+    if (PG_ARGISNULL(0) || PG_ARGISNULL(1)) PG_RETURN_NULL();
+    const RangeArguments args = readRangeArguments(fcinfo, "qn_int4range_is_strictly_include");
+    PG_RETURN_BOOL(qn::pgRangeArray::rangeListIncluded(args.b.rangesBegin(), args.b.rangesEnd(),
+                                                       args.a.rangesBegin(), args.a.rangesEnd()));
 }
 
 // ---------------------------------------------------------------------------

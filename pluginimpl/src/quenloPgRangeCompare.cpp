@@ -68,6 +68,8 @@ bool getBitFieldInfo(const bytea* value, qn::bitfield::BitFieldView& view, const
 }  // namespace qn::pg
 
 QN_FUNCTION_INFO_V1(qn_int4_in_rangearray)
+QN_FUNCTION_INFO_V1(qn_rangearray_contains_int4)
+QN_FUNCTION_INFO_V1(qn_rangearray_overlaps_rangepacked)
 QN_FUNCTION_INFO_V1(qn_int4range_overlap_rangearray)
 QN_FUNCTION_INFO_V1(qn_int4rangepacked_in_rangearray)
 QN_FUNCTION_INFO_V1(qn_int4rangepacked_in_int4rangepacked)
@@ -86,6 +88,13 @@ Datum qn_int4_in_rangearray(PG_FUNCTION_ARGS) {
     PG_RETURN_BOOL(qn::pgRangeArray::inRangeArray(e.rangesBegin(), e.rangesEnd(), PG_GETARG_INT32(0)));
 }
 
+// qn_int4_in_rangearray with the range array first: the function of
+// int4[] ~@> int4, the commutator of int4 <@ int4[].
+Datum qn_rangearray_contains_int4(PG_FUNCTION_ARGS) {
+    const Int4Elements e = qn::pg::readInt4Elements(qn::pg::arrayArgumentCached(fcinfo, 0));
+    PG_RETURN_BOOL(qn::pgRangeArray::inRangeArray(e.rangesBegin(), e.rangesEnd(), PG_GETARG_INT32(1)));
+}
+
 // The two range arrays share a member; a single-range side is scanned against the other.
 Datum qn_int4range_overlap_rangearray(PG_FUNCTION_ARGS) {
     const char* function = "qn_int4range_overlap_rangearray";
@@ -102,6 +111,14 @@ Datum qn_int4range_overlap_rangearray(PG_FUNCTION_ARGS) {
 Datum qn_int4rangepacked_in_rangearray(PG_FUNCTION_ARGS) {
     const PackedRange r = packedArgument(fcinfo, 0);
     const Int4Elements e = rangeArrayArgument(fcinfo, 1, "qn_int4rangepacked_in_rangearray");
+    PG_RETURN_BOOL(qn::pgRangeArray::rangeOverlapsList(r.lower, r.upper, e.rangesBegin(), e.rangesEnd()));
+}
+
+// qn_int4rangepacked_in_rangearray with the range array first, and its error:
+// the function of int4[] ~&& int8, the commutator of int8 && int4[].
+Datum qn_rangearray_overlaps_rangepacked(PG_FUNCTION_ARGS) {
+    const PackedRange r = packedArgument(fcinfo, 1);
+    const Int4Elements e = rangeArrayArgument(fcinfo, 0, "qn_int4rangepacked_in_rangearray");
     PG_RETURN_BOOL(qn::pgRangeArray::rangeOverlapsList(r.lower, r.upper, e.rangesBegin(), e.rangesEnd()));
 }
 

@@ -133,6 +133,7 @@ QN_FUNCTION_INFO_V1(qn_rangearray_members)
 QN_FUNCTION_INFO_V1(qn_rangepacked_to_text)
 QN_FUNCTION_INFO_V1(qn_rangepacked_from_text)
 QN_FUNCTION_INFO_V1(qn_rangearray_normalise)
+QN_FUNCTION_INFO_V1(qn_rangearray_count)
 QN_FUNCTION_INFO_V1(qn_rangearray_is_normalised)
 QN_FUNCTION_INFO_V1(qn_rangearray_is_empty)
 QN_FUNCTION_INFO_V1(qn_rangearray_equal)
@@ -277,6 +278,19 @@ Datum qn_rangearray_normalise(PG_FUNCTION_ARGS) {
     uint64 n = 0;
     const RangeInt* ranges = normalisedCopy(rangeArrayArgument(fcinfo, 0, function), n);
     PG_RETURN_ARRAYTYPE_P(buildRangeArray(ranges, n, function));
+}
+
+// The number of integers a range array holds, in 64 bits: at most 2^32, so it
+// cannot wrap. Another than a normalised array is normalised first, so
+// overlapping pairs count once and inverted pairs count nothing.
+Datum qn_rangearray_count(PG_FUNCTION_ARGS) {
+    const Int4Elements e = rangeArrayArgument(fcinfo, 0, "qn_rangearray_count");
+    uint64 n = static_cast<uint64>(e.count / 2);
+    const RangeInt* ranges = e.rangesBegin();
+    if (!qn::pgRangeArray::isNormalised(ranges, ranges + n)) ranges = normalisedCopy(e, n);
+    int64 members = 0;
+    for (uint64 i = 0; i < n; ++i) members += int64{ranges[i].upper} - ranges[i].lower + 1;
+    PG_RETURN_INT64(members);
 }
 
 // The range array is normalised: ascending, lower <= upper, ranges neither

@@ -47,28 +47,41 @@ using Model = qn::selectivity::PackedRangeModel<palloc, pfree>;
 
 namespace {
 
+// Tests between two range arrays have no GiST strategy: numbers of their own.
+constexpr Strategy kSetsMeet = static_cast<Strategy>(101);        // int4[] ~&& int4[]
+constexpr Strategy kSetContains = static_cast<Strategy>(102);     // int4[] ~@> int4[]
+constexpr Strategy kSetContainedIn = static_cast<Strategy>(103);  // int4[] ~<@ int4[]
+
 // The operators of the extension, by name and operand types, with the
-// strategy numbers the operator classes give them.
+// strategy numbers the GiST operator classes give them. A commuted operator
+// is the commutator of the strategy's operator: its operands swapped, and its
+// left and right here are those of the strategy's operator.
 struct OperatorSignature {
     const char* name;
     Oid left;
     Oid right;
     Strategy strategy;
+    bool commuted;
 };
 const OperatorSignature kOperators[] = {
-    {"<@", INT4OID, INT4ARRAYOID, qn::gist::ValueInRangeArray},
-    {"<@", INT4OID, BYTEAOID, qn::gist::ValueInBitField},
-    {"<@", INT4OID, INT8OID, qn::gist::ValueInPackedRange},
-    {"&&", INT8OID, INT4ARRAYOID, qn::gist::RangeOverlapsRangeArray},
-    {"&&", INT8OID, INT8OID, qn::gist::RangeOverlapsRange},
-    {"<@", INT8OID, INT8OID, qn::gist::RangeIncludedInRange},
-    {"@>", INT8OID, INT8OID, qn::gist::RangeContainsRange},
-    {"@>", INT8OID, INT4OID, qn::gist::RangeContainsValue},
+    {"<@", INT4OID, INT4ARRAYOID, qn::gist::ValueInRangeArray, false},
+    {"<@", INT4OID, BYTEAOID, qn::gist::ValueInBitField, false},
+    {"<@", INT4OID, INT8OID, qn::gist::ValueInPackedRange, false},
+    {"&&", INT8OID, INT4ARRAYOID, qn::gist::RangeOverlapsRangeArray, false},
+    {"&&", INT8OID, INT8OID, qn::gist::RangeOverlapsRange, false},
+    {"<@", INT8OID, INT8OID, qn::gist::RangeIncludedInRange, false},
+    {"@>", INT8OID, INT8OID, qn::gist::RangeContainsRange, false},
+    {"@>", INT8OID, INT4OID, qn::gist::RangeContainsValue, false},
+    {"~@>", INT4OID, INT4ARRAYOID, qn::gist::ValueInRangeArray, true},
+    {"~&&", INT8OID, INT4ARRAYOID, qn::gist::RangeOverlapsRangeArray, true},
+    {"~&&", INT4ARRAYOID, INT4ARRAYOID, kSetsMeet, false},
+    {"~@>", INT4ARRAYOID, INT4ARRAYOID, kSetContains, false},
+    {"~<@", INT4ARRAYOID, INT4ARRAYOID, kSetContainedIn, false},
 };
 
-const OperatorSignature* signatureOf(Strategy s) {
+const OperatorSignature* signatureOf(Strategy s, bool commuted) {
     for (const OperatorSignature& o : kOperators)
-        if (o.strategy == s) return &o;
+        if (o.strategy == s && o.commuted == commuted) return &o;
     return nullptr;
 }
 
@@ -79,9 +92,13 @@ const OperatorSignature* operatorSignature(Oid opno) {
     Oid left = InvalidOid, right = InvalidOid;
     op_input_types(opno, &left, &right);
     for (const OperatorSignature& o : kOperators)
-        if (strcmp(o.name, name) == 0 && o.left == left && o.right == right) return &o;
+        if (strcmp(o.name, name) == 0 && (o.commuted ? o.right == left && o.left == right
+                                                     : o.left == left && o.right == right))
+            return &o;
     return nullptr;
 }
+
+bool isSetTest(Strategy s) { return s == kSetsMeet || s == kSetContains || s == kSetContainedIn; }
 
 // How a clause `column <op> operand` (or `operand <op> column`) is read.
 enum class Reading {
@@ -93,7 +110,7 @@ enum class Reading {
     PackedMeetsRange,       // packed-range column && packed range
     PackedLiesIn,           // packed-range column <@ packed range
     PackedContains,         // packed-range column @> packed range
-    OperandInColumn,        // int4 or packed range <op> a column of range arrays or bitfields
+    OperandInColumn,        // an operand <op> a column of range arrays or bitfields, or the reverse
 };
 
 Reading readingOf(Strategy s, bool columnOnLeft) {
@@ -124,15 +141,18 @@ double defaultSelectivity(Reading r) {
 // The join selectivities the operators had before statistics were read,
 // kept for columns without statistics.
 double defaultJoinSelectivity(Strategy s) {
-    return s == qn::gist::RangeOverlapsRange || s == qn::gist::RangeOverlapsRangeArray ? 0.005 : 0.001;
+    return s == qn::gist::RangeOverlapsRange || s == qn::gist::RangeOverlapsRangeArray || s == kSetsMeet ? 0.005
+                                                                                                         : 0.001;
 }
 
 RangeInt unpack(int64 packed) { return {qn::pgRangeArray::packedLower(packed), qn::pgRangeArray::packedUpper(packed)}; }
 
 // Whether the column's statistics may be used: there are some, of the
-// expected type, and the user may read them (or the operator is leakproof).
+// expected type or a domain over it, and the user may read them (or the
+// operator is leakproof).
 bool statisticsUsable(VariableStatData* vd, Oid type, Oid opfunc) {
-    return HeapTupleIsValid(vd->statsTuple) && vd->atttype == type && statistic_proc_security_check(vd, opfunc);
+    return HeapTupleIsValid(vd->statsTuple) && getBaseType(vd->atttype) == type &&
+           statistic_proc_security_check(vd, opfunc);
 }
 
 // A column's statistics; a packed-range column's histogram also builds its
@@ -267,9 +287,26 @@ double estimateConstant(Reading r, const ColumnStats& c, const Model* model, Dat
     return kDefaultPieceSelectivity;
 }
 
+// Test between two range arrays, the column's value on the left when
+// columnOnLeft. An odd last element is left out rather than refused.
+bool setTest(Strategy s, bool columnOnLeft, Datum operand, Datum value) {
+    const qn::pg::Int4Elements v = qn::pg::readInt4Elements(DatumGetArrayTypeP(value));
+    const qn::pg::Int4Elements o = qn::pg::readInt4Elements(DatumGetArrayTypeP(operand));
+    const qn::pg::Int4Elements& left = columnOnLeft ? v : o;
+    const qn::pg::Int4Elements& right = columnOnLeft ? o : v;
+    if (s == kSetsMeet)
+        return qn::pgRangeArray::rangeListsOverlap(right.rangesBegin(), right.rangesEnd(), left.rangesBegin(),
+                                                   left.rangesEnd());
+    const qn::pg::Int4Elements& inner = s == kSetContainedIn ? left : right;
+    const qn::pg::Int4Elements& outer = s == kSetContainedIn ? right : left;
+    return qn::pgRangeArray::rangeListIncluded(inner.rangesBegin(), inner.rangesEnd(), outer.rangesBegin(),
+                                               outer.rangesEnd());
+}
+
 // The operator's test of the constant operand against one value of a column of
 // range arrays or bitfields, without raising errors (a malformed value fails).
-bool operandInValue(Strategy s, Datum operand, Datum value) {
+bool operandInValue(Strategy s, bool columnOnLeft, Datum operand, Datum value) {
+    if (isSetTest(s)) return setTest(s, columnOnLeft, operand, value);
     if (s == qn::gist::ValueInBitField) {
         const bytea* b = DatumGetByteaP(value);
         qn::bitfield::BitFieldView view;
@@ -286,12 +323,12 @@ bool operandInValue(Strategy s, Datum operand, Datum value) {
 
 // `constant <op> column` over a column of range arrays or bitfields: the share
 // of its sampled values that pass.
-double operandInColumn(Strategy s, VariableStatData* vd, Oid type, Oid opfunc, Datum operand) {
+double operandInColumn(Strategy s, bool columnOnLeft, VariableStatData* vd, Oid type, Oid opfunc, Datum operand) {
     Samples samples;
     if (!sampleColumn(vd, type, opfunc, samples)) return qn::selectivity::kDefaultPieceSelectivity;
     double sel = 0;
     for (int j = 0; j < samples.n; ++j)
-        if (operandInValue(s, operand, samples.values[j])) sel += samples.weights[j];
+        if (operandInValue(s, columnOnLeft, operand, samples.values[j])) sel += samples.weights[j];
     return qn::selectivity::clampProbability(sel);
 }
 
@@ -332,7 +369,8 @@ double restrictionSelectivity(const OperatorSignature& op, Oid opfunc, VariableS
     if (constant && reinterpret_cast<Const*>(other)->constisnull) return 0.0;  // the operators are strict
     const Datum operand = constant ? reinterpret_cast<Const*>(other)->constvalue : Datum(0);
     if (r == Reading::OperandInColumn)
-        return constant ? operandInColumn(op.strategy, vd, type, opfunc, operand) : defaultSelectivity(r);
+        return constant ? operandInColumn(op.strategy, columnOnLeft, vd, type, opfunc, operand)
+                        : defaultSelectivity(r);
     // A varying operand: a value, or the packed range of one value (an int4
     // column then reads as an equality), is estimated as typical of the column.
     Node* point = constant ? nullptr : packedPointArgument(other);
@@ -380,6 +418,21 @@ bool joinWithSamples(const OperatorSignature& op, Oid opfunc, VariableStatData* 
     return true;
 }
 
+// Join selectivity of a test between two columns of range arrays: the share of
+// pairs of their sampled values that pass, or false when either has none.
+bool joinSetsBySamples(const OperatorSignature& op, Oid opfunc, VariableStatData* left, VariableStatData* right,
+                       double& sel) {
+    Samples l, r;
+    if (!isSetTest(op.strategy) || !sampleColumn(left, INT4ARRAYOID, opfunc, l) ||
+        !sampleColumn(right, INT4ARRAYOID, opfunc, r))
+        return false;
+    sel = 0;
+    for (int i = 0; i < l.n; ++i)
+        for (int j = 0; j < r.n; ++j)
+            if (setTest(op.strategy, true, r.values[j], l.values[i])) sel += l.weights[i] * r.weights[j];
+    return true;
+}
+
 }  // namespace
 
 QN_FUNCTION_INFO_V1(qn_range_sel)
@@ -400,6 +453,8 @@ Datum qn_range_sel(PG_FUNCTION_ARGS) {
     bool columnOnLeft = true;
     if (!get_restriction_variable(root, args, varRelid, &vd, &other, &columnOnLeft))
         PG_RETURN_FLOAT8(defaultSelectivity(readingOf(op->strategy, true)));
+    // A commuted operator is estimated as the operator it commutes.
+    if (op->commuted) columnOnLeft = !columnOnLeft;
     const double sel = restrictionSelectivity(*op, get_opcode(opno), &vd, other, columnOnLeft);
     ReleaseVariableStats(vd);
     PG_RETURN_FLOAT8(qn::selectivity::clampProbability(sel));
@@ -421,9 +476,15 @@ Datum qn_range_joinsel(PG_FUNCTION_ARGS) {
     get_join_variables(root, args, sjinfo, &left, &right, &reversed);
     const Oid opfunc = get_opcode(opno);
     double sel = 0;
-    // Not reversed: the right operand belongs to the inner side of a semi join.
-    if (!joinWithSamples(*op, opfunc, &left, &right, true, !reversed, jointype, sel) &&
-        !joinWithSamples(*op, opfunc, &right, &left, false, reversed, jointype, sel))
+    // Seen as the operator it commutes, a commuted operator has its operands
+    // swapped. Not reversed: the right operand belongs to the inner side of a
+    // semi join.
+    VariableStatData* first = op->commuted ? &right : &left;
+    VariableStatData* second = op->commuted ? &left : &right;
+    const bool secondIsInner = op->commuted ? reversed : !reversed;
+    if (!joinWithSamples(*op, opfunc, first, second, true, secondIsInner, jointype, sel) &&
+        !joinWithSamples(*op, opfunc, second, first, false, !secondIsInner, jointype, sel) &&
+        !joinSetsBySamples(*op, opfunc, first, second, sel))
         sel = defaultJoinSelectivity(op->strategy);
     ReleaseVariableStats(left);
     ReleaseVariableStats(right);
@@ -441,6 +502,7 @@ struct OperatorForm {
     Strategy strategy;
     int left;
     int right;
+    bool commuted = false;
 };
 struct TestFunction {
     const char* name;
@@ -449,7 +511,9 @@ struct TestFunction {
     OperatorForm forms[2];
 };
 const TestFunction kTestFunctions[] = {
-    {"qn_int4_in_rangearray", 2, 1, {{qn::gist::ValueInRangeArray, 0, 1}}},
+    {"qn_int4_in_rangearray", 2, 2, {{qn::gist::ValueInRangeArray, 0, 1}, {qn::gist::ValueInRangeArray, 1, 0, true}}},
+    {"qn_rangearray_contains_int4", 2, 2,
+     {{qn::gist::ValueInRangeArray, 1, 0}, {qn::gist::ValueInRangeArray, 0, 1, true}}},
     {"qn_int4_in_rangebitfield", 2, 1, {{qn::gist::ValueInBitField, 0, 1}}},
     {"qn_int4_in_packedrange", 2, 2, {{qn::gist::ValueInPackedRange, 0, 1}, {qn::gist::RangeContainsValue, 1, 0}}},
     {"qn_int4rangepacked_contains_int4", 2, 2,
@@ -457,7 +521,13 @@ const TestFunction kTestFunctions[] = {
     // (unused, value, packed range): the first argument is not read.
     {"qn_int4rangepacked_contains_int4", 3, 2,
      {{qn::gist::RangeContainsValue, 2, 1}, {qn::gist::ValueInPackedRange, 1, 2}}},
-    {"qn_int4rangepacked_in_rangearray", 2, 1, {{qn::gist::RangeOverlapsRangeArray, 0, 1}}},
+    {"qn_int4rangepacked_in_rangearray", 2, 2,
+     {{qn::gist::RangeOverlapsRangeArray, 0, 1}, {qn::gist::RangeOverlapsRangeArray, 1, 0, true}}},
+    {"qn_rangearray_overlaps_rangepacked", 2, 2,
+     {{qn::gist::RangeOverlapsRangeArray, 1, 0}, {qn::gist::RangeOverlapsRangeArray, 0, 1, true}}},
+    {"qn_int4range_is_overlap", 2, 2, {{kSetsMeet, 0, 1}, {kSetsMeet, 1, 0}}},
+    {"qn_int4range_is_strictly_include", 2, 2, {{kSetContainedIn, 0, 1}, {kSetContains, 1, 0}}},
+    {"qn_int4range_contains", 2, 2, {{kSetContains, 0, 1}, {kSetContainedIn, 1, 0}}},
     {"qn_int4rangepacked_in_int4rangepacked", 2, 2,
      {{qn::gist::RangeOverlapsRange, 0, 1}, {qn::gist::RangeOverlapsRange, 1, 0}}},
     {"qn_int4rangepacked_included_in_int4rangepacked", 2, 2,
@@ -474,13 +544,13 @@ const TestFunction* testFunction(Oid funcid, int nargs) {
     return nullptr;
 }
 
-// The operator of the strategy in the schema of the function (the extension's).
-Oid operatorOf(Strategy s, Oid funcid) {
-    const OperatorSignature* op = signatureOf(s);
+// The operator of the form in the schema of the function (the extension's).
+Oid operatorOf(const OperatorForm& form, Oid funcid) {
+    const OperatorSignature* op = signatureOf(form.strategy, form.commuted);
     const char* schema = get_namespace_name(get_func_namespace(funcid));
     if (op == nullptr || schema == nullptr) return InvalidOid;
     List* name = list_make2(makeString(pstrdup(schema)), makeString(pstrdup(op->name)));
-    return OpernameGetOprid(name, op->left, op->right);
+    return op->commuted ? OpernameGetOprid(name, op->right, op->left) : OpernameGetOprid(name, op->left, op->right);
 }
 
 // The arguments of the call: a function call, or an operator whose function it is.
@@ -506,7 +576,7 @@ List* indexCondition(SupportRequestIndexCondition* req) {
     for (int i = 0; i < f->nforms; ++i) {
         const OperatorForm& form = f->forms[i];
         if (form.left != req->indexarg) continue;
-        const Oid opno = operatorOf(form.strategy, req->funcid);
+        const Oid opno = operatorOf(form, req->funcid);
         if (!OidIsValid(opno) || !op_in_opfamily(opno, req->opfamily)) continue;
         Node* operand = static_cast<Node*>(list_nth(args, form.right));
         if (!QN_IS_PSEUDO_CONSTANT_FOR_INDEX(req->root, operand, req->index)) continue;
@@ -530,7 +600,7 @@ bool callSelectivity(SupportRequestSelectivity* req) {
         return true;
     }
     const OperatorForm& form = f->forms[0];
-    const Oid opno = operatorOf(form.strategy, req->funcid);
+    const Oid opno = operatorOf(form, req->funcid);
     if (!OidIsValid(opno)) return false;
     List* opargs = list_make2(list_nth(req->args, form.left), list_nth(req->args, form.right));
     req->selectivity = req->is_join ? join_selectivity(req->root, opno, opargs, req->inputcollid, req->jointype,

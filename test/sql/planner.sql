@@ -1,6 +1,7 @@
 -- Planning: estimates within a band of actual rows, function forms through the GiST indexes, seq scans kept when wide.
 \i sql/include/errors.psql
 \i sql/include/plans.psql
+\i sql/include/estimates.psql
 SET max_parallel_workers_per_gather = 0;
 
 -- int4 values: 20% the value 4242, the rest over [0, 100000).
@@ -19,21 +20,6 @@ SELECT s AS seg, (SELECT int4set_agg(lo, lo + 3000, 'r')
 FROM generate_series(1, 40) s;
 CREATE TABLE probes AS SELECT id, p FROM pp WHERE id % 100 = 1;
 ANALYZE pv, pp, segments, probes;
-
--- rows(statement): the planner's estimate for the top plan node of a query or EXECUTE.
-CREATE FUNCTION pg_temp.rows(statement text) RETURNS float8 LANGUAGE plpgsql AS $$
-DECLARE plan json;
-BEGIN
-    EXECUTE 'EXPLAIN (FORMAT JSON) ' || statement INTO plan;
-    RETURN (plan -> 0 -> 'Plan' ->> 'Plan Rows')::float8;
-END $$;
--- within(query, factor): the estimate is within `factor` of the actual rows.
-CREATE FUNCTION pg_temp.within(query text, factor float8) RETURNS bool LANGUAGE plpgsql AS $$
-DECLARE actual bigint; estimate float8 := pg_temp.rows(query);
-BEGIN
-    EXECUTE 'SELECT count(*) FROM (' || query || ') q' INTO actual;
-    RETURN greatest(estimate / greatest(actual, 1), greatest(actual, 1) / estimate) <= factor;
-END $$;
 
 -- Selective, wide, heavy-hitter and many-range clauses, on either side.
 SELECT clause, pg_temp.within(format('SELECT * FROM %s WHERE %s', tbl, clause), factor) AS estimate_within

@@ -1,0 +1,273 @@
+// The GIN keys of a range array column, and the kernels of its support
+// functions: which keys a stored set gives, which keys a query looks for, and
+// how the keys found decide whether a row is a candidate.
+//
+// A key names a block of the int4 line at one of 17 levels: level l cuts the
+// line into blocks of 4^l values (level 0 is single values, level 16 the whole
+// line). A range is keyed at the finest level where it touches at most four
+// blocks, by those blocks: short ranges by fine blocks, long ones by coarse
+// blocks, never more than four keys. Every value a range holds lies in one of
+// its keys' blocks, so a query finds every row whose set meets it by looking,
+// at each level, for the blocks its own members lie in; rows whose blocks merely
+// meet the query's are false candidates, which the operator rechecks.
+//
+// A pair is keyed by the span of its two bounds whatever their order, and a set
+// of more than kMaxKeyedRanges ranges by a covering of that many ranges made by
+// closing its smallest gaps: whenever a test function is true of a stored pair
+// and the query, they share a member in that span. An array of odd length is
+// keyed by its pairs and the recheck key, which every query looks for: its row
+// is always a candidate, so the operator raises its error on it as it would
+// without the index.
+//
+// Free of server headers on purpose: include it before postgres.h.
+#pragma once
+
+#ifdef POSTGRES_H
+static_assert(false, "qnPgGinRangeArray.h must not see server headers: include it before postgres.h");
+#endif
+
+#include <algorithm>
+#include <cstdint>
+
+#include "qnPgRangeArray.h"
+#include "qnPgRangeNormalise.h"
+#include "qnPgVector.h"
+
+namespace qn::gin {
+
+using Range32 = qn::pgRangeArray::Range<int32_t>;
+
+constexpr int kLevelShift = 2;                        // a level's blocks are 4 times its finer level's
+constexpr int kLevels = 17;                           // level 16: one block of 2^32 values
+constexpr uint64_t kBlocksPerRange = 4;               // keys of one range, at most
+constexpr uint64_t kMaxKeyedRanges = 1024;            // a stored set beyond this is keyed by a covering
+constexpr uint64_t kMaxQueryRanges = 64;              // a query set beyond this is widened to a covering
+constexpr int kMaxContainedBounds = 8;                // bounds a containment query looks up
+constexpr int64_t kRecheckKey = int64_t{kLevels} << 32;  // rows every query takes as candidates
+
+// The strategies of the operator class.
+enum Strategy : uint16_t {
+    HoldsValue = 1,         // int4[] ~@> int4
+    OverlapsSet = 2,        // int4[] ~&& int4[]
+    ContainsSet = 3,        // int4[] ~@> int4[]
+    ContainedInSet = 4,     // int4[] ~<@ int4[]
+    OverlapsPackedRange = 5 // int4[] ~&& int8
+};
+
+// The block of value v at level l.
+inline uint64_t blockOf(int32_t v, int level) {
+    return uint64_t{static_cast<uint32_t>(v) ^ 0x80000000u} >> (kLevelShift * level);
+}
+
+inline int64_t keyOf(int level, uint64_t block) { return (int64_t{level} << 32) | static_cast<int64_t>(block); }
+
+// The range from the smaller to the larger bound of a pair.
+inline Range32 spanOf(Range32 r) { return r.lower <= r.upper ? r : Range32{r.upper, r.lower}; }
+
+// The level a range (lower <= upper) is keyed at: the finest where it touches
+// at most kBlocksPerRange blocks.
+inline int levelOf(Range32 r) {
+    int level = 0;
+    while (blockOf(r.upper, level) - blockOf(r.lower, level) >= kBlocksPerRange) ++level;
+    return level;
+}
+
+// Calls emit(key) for each key of a range (lower <= upper).
+template <typename Emit>
+void forEachKey(Range32 r, Emit emit) {
+    const int level = levelOf(r);
+    for (uint64_t b = blockOf(r.lower, level), last = blockOf(r.upper, level); b <= last; ++b) emit(keyOf(level, b));
+}
+
+// Reduces a normalised list of n ranges to at most k (k >= 1) ranges covering
+// it, by closing its smallest gaps; gaps is scratch room for n - 1 values.
+// Returns the number of ranges left at the front of r.
+inline uint64_t coverWithFewer(Range32* r, uint64_t n, uint64_t k, uint32_t* gaps) {
+    if (n <= k) return n;
+    auto gapAfter = [r](uint64_t i) { return static_cast<uint32_t>(int64_t{r[i + 1].lower} - r[i].upper); };
+    const uint64_t open = k - 1;  // gaps left open
+    uint32_t threshold = UINT32_MAX;
+    uint64_t openAtThreshold = 0;
+    if (open > 0) {
+        for (uint64_t i = 0; i + 1 < n; ++i) gaps[i] = gapAfter(i);
+        const uint64_t nth = n - 1 - open;  // from here on: the `open` largest gaps
+        std::nth_element(gaps, gaps + nth, gaps + (n - 1));
+        threshold = gaps[nth];
+        openAtThreshold = open;
+        for (uint64_t i = nth; i + 1 < n; ++i)
+            if (gaps[i] > threshold) --openAtThreshold;
+    }
+    uint64_t out = 0;
+    for (uint64_t i = 1; i < n; ++i) {
+        const uint32_t gap = gapAfter(i - 1);
+        const bool keepOpen = gap > threshold || (gap == threshold && openAtThreshold > 0 && open > 0);
+        if (keepOpen && gap == threshold) --openAtThreshold;
+        if (keepOpen)
+            r[++out] = r[i];
+        else
+            r[out].upper = r[i].upper;
+    }
+    return out + 1;
+}
+
+// A list of ranges as spans of its pairs, normalised and, beyond `most` ranges,
+// covered by `most`: a superset of every member of every pair. Takes ranges
+// from A (returned; nullptr when A gives nothing) and n receives the count.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll>
+Range32* coveringSpans(const Range32* first, uint64_t& n, uint64_t most, Poll poll) {
+    auto* spans = static_cast<Range32*>(A((n ? n : 1) * sizeof(Range32)));
+    if (!spans) return nullptr;
+    for (uint64_t i = 0; i < n; ++i) spans[i] = spanOf(first[i]);
+    const int64_t merged = qn::pgRangeArray::normaliseRanges<A, F>(spans, n, poll);
+    if (merged < 0) return nullptr;
+    n = static_cast<uint64_t>(merged);
+    if (n > most) {
+        auto* gaps = static_cast<uint32_t*>(A(n * sizeof(uint32_t)));
+        if (!gaps) return nullptr;
+        n = coverWithFewer(spans, n, most, gaps);
+        F(gaps);
+    }
+    return spans;
+}
+
+// The keys of a stored range array of n pairs (oddTail: one more element
+// follows them), written to a buffer from A; count receives their number. The
+// server sorts them and drops repeats. nullptr when A gives nothing.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll>
+int64_t* storedKeys(const Range32* pairs, uint64_t n, bool oddTail, uint64_t& count, Poll poll) {
+    const Range32* keyed = pairs;
+    Range32* covering = nullptr;
+    if (n > kMaxKeyedRanges) {
+        covering = coveringSpans<A, F>(pairs, n, kMaxKeyedRanges, poll);
+        if (!covering) return nullptr;
+        keyed = covering;
+    }
+    auto* keys = static_cast<int64_t*>(A((n * kBlocksPerRange + 1) * sizeof(int64_t)));
+    if (!keys) return nullptr;
+    count = 0;
+    for (uint64_t i = 0; i < n; ++i) forEachKey(spanOf(keyed[i]), [&](int64_t key) { keys[count++] = key; });
+    if (oddTail) keys[count++] = kRecheckKey;
+    if (covering) F(covering);
+    return keys;
+}
+
+// One key a query looks for. A partial entry matches every key from its own up
+// to `last` (one level); group is the bound of a containment query the key
+// stands for, or -1 for the recheck key.
+struct QueryEntry {
+    int64_t key;
+    int64_t last;
+    bool partial;
+    int32_t group;
+};
+
+// The keys a query looks for: n entries, groups = number of groups (>= 0).
+struct QueryPlan {
+    QueryEntry* entries = nullptr;
+    int32_t n = 0;
+    int32_t groups = 0;
+};
+
+namespace detail {
+
+inline void add(QueryPlan& plan, int64_t key, int64_t last, bool partial, int32_t group) {
+    plan.entries[plan.n++] = QueryEntry{key, last, partial, group};
+}
+
+// The keys of value v at every level, in group g.
+inline void addValue(QueryPlan& plan, int32_t v, int32_t group) {
+    for (int level = 0; level < kLevels; ++level) {
+        const int64_t key = keyOf(level, blockOf(v, level));
+        add(plan, key, key, false, group);
+    }
+}
+
+template <qn::pg::AllocFn A>
+bool allocate(QueryPlan& plan, uint64_t capacity) {
+    plan.entries = static_cast<QueryEntry*>(A(capacity * sizeof(QueryEntry)));
+    return plan.entries != nullptr;
+}
+
+}  // namespace detail
+
+// A set holding the value: the value's block at every level.
+template <qn::pg::AllocFn A>
+bool planHoldsValue(int32_t v, QueryPlan& plan) {
+    if (!detail::allocate<A>(plan, kLevels + 1)) return false;
+    detail::addValue(plan, v, 0);
+    detail::add(plan, kRecheckKey, kRecheckKey, false, -1);
+    plan.groups = 1;
+    return true;
+}
+
+// A set meeting the normalised ranges [first, first + n): at every level, the
+// blocks the ranges touch, those of ranges touching the same or next blocks
+// merged; a run of more than kBlocksPerRange blocks is one partial entry.
+template <qn::pg::AllocFn A>
+bool planMeets(const Range32* first, uint64_t n, QueryPlan& plan) {
+    if (!detail::allocate<A>(plan, uint64_t{kLevels} * n * kBlocksPerRange + 1)) return false;
+    for (int level = 0; level < kLevels && n > 0; ++level) {
+        auto flush = [&](uint64_t from, uint64_t to) {
+            if (to - from < kBlocksPerRange) {
+                for (uint64_t b = from; b <= to; ++b) detail::add(plan, keyOf(level, b), keyOf(level, b), false, 0);
+            } else {
+                detail::add(plan, keyOf(level, from), keyOf(level, to), true, 0);
+            }
+        };
+        uint64_t from = blockOf(first[0].lower, level), to = blockOf(first[0].upper, level);
+        for (uint64_t i = 1; i < n; ++i) {
+            const uint64_t b = blockOf(first[i].lower, level), e = blockOf(first[i].upper, level);
+            if (b <= to + 1) {
+                to = std::max(to, e);
+            } else {
+                flush(from, to);
+                from = b;
+                to = e;
+            }
+        }
+        flush(from, to);
+    }
+    detail::add(plan, kRecheckKey, kRecheckKey, false, -1);
+    plan.groups = n > 0 ? 1 : 0;
+    return true;
+}
+
+// A set containing every pair of [first, first + n), in any order: each of up
+// to kMaxContainedBounds bounds, spread over the pairs, must be held, the lower
+// bound of every pair and the upper bound of a pair that is not inverted.
+template <qn::pg::AllocFn A>
+bool planContains(const Range32* first, uint64_t n, QueryPlan& plan) {
+    if (!detail::allocate<A>(plan, uint64_t{kLevels} * kMaxContainedBounds + 1)) return false;
+    const uint64_t pairsUsed = std::min<uint64_t>(n, kMaxContainedBounds / 2);
+    for (uint64_t j = 0; j < pairsUsed; ++j) {
+        const Range32 r = first[j * n / pairsUsed];
+        detail::addValue(plan, r.lower, plan.groups++);
+        if (r.lower < r.upper) detail::addValue(plan, r.upper, plan.groups++);
+    }
+    detail::add(plan, kRecheckKey, kRecheckKey, false, -1);
+    return true;
+}
+
+// Whether a row whose keys were found as `found(i)` says (No, Maybe or Yes for
+// each entry i of the plan) can pass: its recheck key was found, or some key of
+// every group.
+enum class Found { No, Maybe, Yes };
+
+template <typename FoundFn>
+bool mayPass(const QueryEntry* entries, int32_t n, int32_t groups, FoundFn found) {
+    constexpr int32_t kMaxGroups = kMaxContainedBounds;
+    bool seen[kMaxGroups] = {};
+    int32_t groupsSeen = 0;
+    for (int32_t i = 0; i < n; ++i) {
+        if (found(i) == Found::No) continue;
+        const int32_t g = entries[i].group;
+        if (g < 0) return true;
+        if (g < kMaxGroups && !seen[g]) {
+            seen[g] = true;
+            ++groupsSeen;
+        }
+    }
+    return groups > 0 && groupsSeen == groups;
+}
+
+}  // namespace qn::gin

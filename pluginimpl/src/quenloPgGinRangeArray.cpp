@@ -1,0 +1,183 @@
+// GIN support for int4[] range-array columns (qn_gin_rangearray_ops): which
+// rows' sets hold a value, meet a set or a packed range, contain a set or lie in
+// one. The keys and the plans of the queries are in qnPgGinRangeArray.h; these
+// are their shims over GIN's calling conventions. Every answer of the index is
+// rechecked by the operator, so the index only has to keep every row the
+// operator could accept: it answers exactly as a sequential scan does, errors
+// included.
+#include "qnPgGinRangeArray.h"
+#include "quenloPgUtils.h"
+
+extern "C" {
+#include "access/gin.h"
+#include "access/stratnum.h"
+#include "miscadmin.h"
+}
+
+using qn::gin::QueryPlan;
+using qn::pg::Int4Elements;
+
+namespace {
+
+const char kSourceFile[] = "pluginimpl/src/quenloPgGinRangeArray";
+
+// Working buffers may pass palloc's 1 GB limit for the largest arrays.
+void* allocateHuge(size_t bytes) { return MemoryContextAllocHuge(CurrentMemoryContext, bytes); }
+
+auto pollInterrupts() {
+    return [] { CHECK_FOR_INTERRUPTS(); };
+}
+
+// The range arguments of the set queries, as the test functions behind the
+// operators read them.
+struct SetQuery {
+    Int4Elements elements;
+    bool odd;  // the operator refuses it: every row must be rechecked
+};
+
+SetQuery readSetQuery(Datum query) {
+    const Int4Elements e = qn::pg::readInt4Elements(DatumGetArrayTypeP(query));
+    return {e, (e.count & 1) != 0};
+}
+
+// The plan of a query: the keys to look for, by strategy.
+QueryPlan planQuery(Datum query, StrategyNumber strategy, bool& everyRow) {
+    using namespace qn::gin;
+    QueryPlan plan;
+    everyRow = false;
+    switch (strategy) {
+        case HoldsValue: planHoldsValue<allocateHuge>(DatumGetInt32(query), plan); break;
+        case OverlapsPackedRange: {
+            const int64 packed = DatumGetInt64(query);
+            const Range32 r = spanOf({qn::pgRangeArray::packedLower(packed), qn::pgRangeArray::packedUpper(packed)});
+            planMeets<allocateHuge>(&r, 1, plan);
+            break;
+        }
+        case OverlapsSet:
+        case ContainedInSet:
+        case ContainsSet: {
+            const SetQuery q = readSetQuery(query);
+            if (q.odd) {
+                everyRow = true;
+                break;
+            }
+            uint64_t n = static_cast<uint64_t>(q.elements.count / 2);
+            if (strategy == ContainsSet) {
+                planContains<allocateHuge>(q.elements.rangesBegin(), n, plan);
+                break;
+            }
+            const Range32* spans =
+                coveringSpans<allocateHuge, pfree>(q.elements.rangesBegin(), n, kMaxQueryRanges, pollInterrupts());
+            planMeets<allocateHuge>(spans, n, plan);
+            break;
+        }
+        default:
+            QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, "qn_gin_rangearray_extractquery",
+                     "GIN unimplemented strategy %d", strategy);
+    }
+    return plan;
+}
+
+// The number of groups of a plan, from its entries (the plan itself is not
+// passed back to the consistent functions).
+int32 planGroups(Pointer* extra, int32 nkeys) {
+    int32 groups = 0;
+    for (int32 i = 0; i < nkeys; ++i) groups = Max(groups, reinterpret_cast<qn::gin::QueryEntry*>(extra[i])->group + 1);
+    return groups;
+}
+
+}  // namespace
+
+QN_FUNCTION_INFO_V1(qn_gin_rangearray_extractvalue)
+QN_FUNCTION_INFO_V1(qn_gin_rangearray_extractquery)
+QN_FUNCTION_INFO_V1(qn_gin_rangearray_consistent)
+QN_FUNCTION_INFO_V1(qn_gin_rangearray_triconsistent)
+QN_FUNCTION_INFO_V1(qn_gin_rangearray_comparepartial)
+
+// extractValue(range array, internal nkeys, internal nullFlags): the keys of a
+// stored set. An array read as empty (none of its pairs, or not one-dimensional,
+// or holding NULLs) has none: no operator accepts it.
+Datum qn_gin_rangearray_extractvalue(PG_FUNCTION_ARGS) {
+    const Int4Elements e = qn::pg::readInt4Elements(PG_GETARG_ARRAYTYPE_P(0));
+    auto* nkeys = reinterpret_cast<int32*>(PG_GETARG_POINTER(1));
+    uint64_t count = 0;
+    int64* keys = qn::gin::storedKeys<allocateHuge, pfree>(e.rangesBegin(), static_cast<uint64_t>(e.count / 2),
+                                                          (e.count & 1) != 0, count, pollInterrupts());
+    auto* datums = static_cast<Datum*>(palloc(sizeof(Datum) * (count ? count : 1)));
+    for (uint64_t i = 0; i < count; ++i) datums[i] = Int64GetDatum(keys[i]);
+    pfree(keys);
+    *nkeys = static_cast<int32>(count);
+    PG_RETURN_POINTER(datums);
+}
+
+// extractQuery(query, internal nkeys, strategy, internal partialMatch,
+// internal extraData, internal nullFlags, internal searchMode): the keys a
+// query looks for, each entry's plan record as its extra data. A set query the
+// operator refuses (odd length) looks at every row, for the recheck to raise
+// the operator's error where a sequential scan would.
+Datum qn_gin_rangearray_extractquery(PG_FUNCTION_ARGS) {
+    auto* nkeys = reinterpret_cast<int32*>(PG_GETARG_POINTER(1));
+    const StrategyNumber strategy = PG_GETARG_UINT16(2);
+    auto** partialMatch = reinterpret_cast<bool**>(PG_GETARG_POINTER(3));
+    auto** extraData = reinterpret_cast<Pointer**>(PG_GETARG_POINTER(4));
+    auto* searchMode = reinterpret_cast<int32*>(PG_GETARG_POINTER(6));
+    bool everyRow = false;
+    const QueryPlan plan = planQuery(PG_GETARG_DATUM(0), strategy, everyRow);
+    if (everyRow) {
+        *nkeys = 0;
+        *searchMode = GIN_SEARCH_MODE_ALL;
+        PG_RETURN_POINTER(nullptr);
+    }
+    auto* keys = static_cast<Datum*>(palloc(sizeof(Datum) * plan.n));
+    auto* partial = static_cast<bool*>(palloc(sizeof(bool) * plan.n));
+    auto* extra = static_cast<Pointer*>(palloc(sizeof(Pointer) * plan.n));
+    for (int32 i = 0; i < plan.n; ++i) {
+        keys[i] = Int64GetDatum(plan.entries[i].key);
+        partial[i] = plan.entries[i].partial;
+        extra[i] = reinterpret_cast<Pointer>(&plan.entries[i]);
+    }
+    *nkeys = plan.n;
+    *partialMatch = partial;
+    *extraData = extra;
+    PG_RETURN_POINTER(keys);
+}
+
+// consistent(check, strategy, query, nkeys, extraData, recheck, queryKeys,
+// nullFlags): whether a row with the keys found may pass. Always rechecked: the
+// keys name blocks, not members. A query that looks at every row (no keys) lets
+// every row through to the recheck.
+Datum qn_gin_rangearray_consistent(PG_FUNCTION_ARGS) {
+    const bool* check = reinterpret_cast<bool*>(PG_GETARG_POINTER(0));
+    const int32 nkeys = PG_GETARG_INT32(3);
+    auto* extra = reinterpret_cast<Pointer*>(PG_GETARG_POINTER(4));
+    *reinterpret_cast<bool*>(PG_GETARG_POINTER(5)) = true;
+    if (nkeys == 0) PG_RETURN_BOOL(true);
+    const auto* entries = reinterpret_cast<const qn::gin::QueryEntry*>(extra[0]);
+    PG_RETURN_BOOL(qn::gin::mayPass(entries, nkeys, planGroups(extra, nkeys), [check](int32 i) {
+        return check[i] ? qn::gin::Found::Yes : qn::gin::Found::No;
+    }));
+}
+
+// triConsistent(check, strategy, query, nkeys, extraData, queryKeys,
+// nullFlags): the same with keys that may or may not be there; never
+// GIN_TRUE, since every row is rechecked.
+Datum qn_gin_rangearray_triconsistent(PG_FUNCTION_ARGS) {
+    const auto* check = reinterpret_cast<const GinTernaryValue*>(PG_GETARG_POINTER(0));
+    const int32 nkeys = PG_GETARG_INT32(3);
+    auto* extra = reinterpret_cast<Pointer*>(PG_GETARG_POINTER(4));
+    if (nkeys == 0) PG_RETURN_GIN_TERNARY_VALUE(GIN_MAYBE);
+    const auto* entries = reinterpret_cast<const qn::gin::QueryEntry*>(extra[0]);
+    const bool may = qn::gin::mayPass(entries, nkeys, planGroups(extra, nkeys), [check](int32 i) {
+        return check[i] == GIN_FALSE ? qn::gin::Found::No : qn::gin::Found::Maybe;
+    });
+    PG_RETURN_GIN_TERNARY_VALUE(may ? GIN_MAYBE : GIN_FALSE);
+}
+
+// comparePartial(partial key, key, strategy, extraData): 0 while the key lies
+// within the entry's run of blocks, 1 past it (the scan starts at the partial
+// key, so nothing before it is met).
+Datum qn_gin_rangearray_comparepartial(PG_FUNCTION_ARGS) {
+    const int64 key = PG_GETARG_INT64(1);
+    const auto* entry = reinterpret_cast<const qn::gin::QueryEntry*>(PG_GETARG_POINTER(3));
+    PG_RETURN_INT32(key > entry->last ? 1 : 0);
+}

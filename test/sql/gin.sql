@@ -1,0 +1,118 @@
+-- GIN over range-array columns: every query form gives the sequential scan's rows through the index, on stored
+-- sets of every shape (unsorted, overlapping, inverted pairs, empty, NULL, larger than the key budget); refusals
+-- happen with and without the index alike; core's array operators keep their meaning.
+\i sql/include/errors.psql
+\i sql/include/plans.psql
+\i sql/include/estimates.psql
+\i sql/include/hash_random.psql
+SET jit = off;
+
+SELECT opcname, amvalidate(oid) FROM pg_opclass WHERE opcname = 'qn_gin_rangearray_ops';
+
+-- 20,000 stored sets: mostly normalised sets of 1 to 20 ranges of widths from 1 to 10^6, dense around zero or
+-- anywhere; every 10th unsorted with overlapping and inverted pairs; a few at the int4 extremes, the whole line,
+-- empty, NULL, two-dimensional, or of 3,000 ranges (keyed by a covering).
+CREATE TABLE gs AS
+SELECT i AS id,
+       CASE WHEN i % 10 = 9 THEN
+                (SELECT array_agg(x) FROM (SELECT unnest(ARRAY[lo, lo + w * (CASE WHEN k % 4 = 0 THEN -1 ELSE 1 END)]) x
+                 FROM (SELECT k, (pg_temp.rnd(1, i, k) * 2e5 - 1e5)::int AS lo, (pg_temp.rnd(2, i, k) * 5000)::int AS w
+                       FROM generate_series(1, 1 + i % 6) k) p) u)
+            ELSE (SELECT int4set_agg(lo, least(lo + w, 2147483647)::int, 'r')
+                  FROM (SELECT CASE WHEN i % 2 = 0 THEN (pg_temp.rnd(3, i, k) * 2e5 - 1e5)::int
+                                    ELSE (pg_temp.rnd(3, i, k) * 4294967295 - 2147483648)::bigint::int END AS lo,
+                               (10 ^ (pg_temp.rnd(4, i, k) * 6))::bigint AS w
+                        FROM generate_series(1, 1 + i % 20) k) p) END AS r
+FROM generate_series(1, 20000) i;
+INSERT INTO gs VALUES (-1, '{-2147483648,-2147483648}'), (-2, '{2147483647,2147483647}'), (-3, '{-2147483648,2147483647}'),
+                      (-4, '{}'), (-5, NULL), (-6, '{{1,2},{3,4}}'), (-7, '{1,NULL}'), (-8, '{-10,-1,1,10}');
+INSERT INTO gs SELECT -100 - j, (SELECT array_agg(x ORDER BY x) FROM generate_series(j * 7, j * 7 + 3000 * 40 - 1, 40) s,
+                                 LATERAL (VALUES (s), (s + 3 + j)) v(x))
+FROM generate_series(1, 3) j;
+CREATE INDEX gs_r ON gs USING gin (r qn_gin_rangearray_ops);
+
+-- 40 queries: a value (some on stored bounds and the extremes), a range array (normalised, unsorted with inverted
+-- pairs, 100 ranges, empty), a packed range (some inverted).
+CREATE TABLE gq AS
+SELECT q AS qid,
+       CASE WHEN q = 1 THEN -2147483648 WHEN q = 2 THEN 2147483647
+            WHEN q % 3 = 0 THEN (SELECT r[1 + 2 * (q % 3)] FROM gs WHERE id = q * 311)
+            ELSE (pg_temp.rnd(5, q) * 2e5 - 1e5)::int END AS val,
+       CASE WHEN q % 10 = 0 THEN '{}'::int4[]
+            WHEN q % 10 = 5 THEN ARRAY[(pg_temp.rnd(6, q) * 2e5 - 1e5)::int, (pg_temp.rnd(7, q) * 2e5 - 1e5)::int,
+                                       50000, -50000, 3, 4]
+            WHEN q % 10 = 7 THEN (SELECT int4set_agg(k * 2000, k * 2000 + 300, 'r') FROM generate_series(-50, 49) k)
+            ELSE (SELECT int4set_agg(lo, lo + (pg_temp.rnd(8, q, k) * CASE WHEN q % 4 = 0 THEN 1e6 ELSE 500 END)::int, 'r')
+                  FROM (SELECT (pg_temp.rnd(9, q, k) * 2e5 - 1e5)::int AS lo, q, k FROM generate_series(1, 1 + q % 4) k) s) END AS arr,
+       CASE WHEN q % 5 = 0 THEN ((pg_temp.rnd(10, q) * 1000)::int8 << 32) | 1000  -- [1000; below 1000]
+            ELSE qn_range_pack(lo, lo + (pg_temp.rnd(11, q) * 3000)::int) END AS pr
+FROM (SELECT q, (pg_temp.rnd(12, q) * 2e5 - 1e5)::int AS lo FROM generate_series(1, 40) q) s;
+-- Stored sets equal to query sets, so that containment meets equal bounds.
+INSERT INTO gs SELECT -200 - qid, arr FROM gq WHERE qid % 10 IN (1, 2);
+
+-- same(condition over t and q): the rows of gs matching each query by sequential scan and through gs_r.
+CREATE FUNCTION pg_temp.same(cond text, OUT condition text, OUT same_rows bool, OUT index_used bool,
+                             OUT queries_hit bigint) LANGUAGE plpgsql AS $$
+DECLARE
+    q text := format('SELECT string_agg(qid || '':'' || a::text, '';'' ORDER BY qid), count(*) FILTER (WHERE a <> ''{}'')
+                      FROM (SELECT q.qid, ARRAY(SELECT t.id FROM gs t WHERE %s ORDER BY 1) AS a FROM gq q OFFSET 0) m', cond);
+    scanned text;
+    got text;
+BEGIN
+    condition := cond;
+    PERFORM set_config('enable_seqscan', 'on', true), set_config('enable_bitmapscan', 'off', true);
+    EXECUTE q INTO scanned, queries_hit;
+    PERFORM set_config('enable_seqscan', 'off', true), set_config('enable_bitmapscan', 'on', true);
+    index_used := pg_temp.plan_has(q, 'gs_r');
+    EXECUTE q INTO got;
+    same_rows := got = scanned;
+END $$;
+SELECT s.* FROM unnest(ARRAY[
+    'q.val <@ t.r', 't.r ~@> q.val', 'qn_int4_in_rangearray(q.val, t.r)', 'qn_rangearray_contains_int4(t.r, q.val)',
+    't.r ~&& q.arr', 'q.arr ~&& t.r', 'qn_int4range_is_overlap(t.r, q.arr)', 'qn_int4range_is_overlap(q.arr, t.r)',
+    't.r ~@> q.arr', 'qn_int4range_is_strictly_include(q.arr, t.r)', 'qn_int4range_contains(t.r, q.arr)',
+    't.r ~<@ q.arr', 'qn_int4range_is_strictly_include(t.r, q.arr)',
+    'q.pr && t.r', 't.r ~&& q.pr', 'qn_int4rangepacked_in_rangearray(q.pr, t.r)']) c, LATERAL pg_temp.same(c) s;
+
+-- The index keeps few false candidates: blocks follow each range's length.
+ANALYZE gs;
+SET enable_seqscan = off;
+SELECT coalesce(pg_temp.hash_agg_max('SELECT * FROM gs WHERE 12345 <@ r', 'Rows Removed by Index Recheck'), 0) <
+       pg_temp.hash_agg_max('SELECT * FROM gs WHERE 12345 <@ r', 'Actual Rows') AS fewer_false_than_true_candidates;
+RESET enable_seqscan;
+-- Estimates from the column's statistics, either way round.
+SELECT clause, pg_temp.within('SELECT * FROM gs WHERE ' || clause, 1.5) AS estimate_within
+FROM unnest(ARRAY['0 <@ r', 'r ~@> 0', 'r ~&& ''{-50000,50000}''', '''{-50000,50000}'' ~&& r', 'r ~<@ ''{-100000,100000}''',
+                  'r ~@> ''{10,20}''', 'r ~&& qn_range_pack(0, 99999)', 'qn_int4range_is_overlap(r, ''{0,99999}'')']) clause;
+
+-- Odd-length arrays: `v <@ r` ignores the last element, the other tests refuse the array, with the index as without.
+CREATE TABLE godd (id int, r int4[]);
+INSERT INTO godd VALUES (1, '{1,5,9}'), (2, '{10,20}'), (3, NULL);
+CREATE INDEX godd_r ON godd USING gin (r qn_gin_rangearray_ops);
+CREATE FUNCTION pg_temp.both(sql text) RETURNS TABLE (query text, seq text, idx text) LANGUAGE plpgsql AS $$
+BEGIN
+    PERFORM set_config('enable_seqscan', 'on', true), set_config('enable_bitmapscan', 'off', true);
+    seq := pg_temp.run(sql);
+    PERFORM set_config('enable_seqscan', 'off', true), set_config('enable_bitmapscan', 'on', true);
+    idx := pg_temp.run(sql);
+    query := sql;
+    RETURN NEXT;
+END $$;
+SELECT b.* FROM unnest(ARRAY[
+    'SELECT string_agg(id::text, '','') FROM godd WHERE 3 <@ r', 'SELECT string_agg(id::text, '','') FROM godd WHERE 9 <@ r',
+    'SELECT count(*) FROM godd WHERE r ~&& ''{4,4}''', 'SELECT count(*) FROM godd WHERE r ~&& ''{}''',
+    'SELECT count(*) FROM godd WHERE r ~&& qn_range_pack(4, 4)', 'SELECT count(*) FROM gs WHERE r ~&& ''{1,2,3}''',
+    'SELECT count(*) FROM gs WHERE r ~@> ''{1,2,3}''', 'SELECT count(*) FROM gs WHERE r ~<@ NULL::int4[]']) q,
+    LATERAL pg_temp.both(q) b;
+SET enable_seqscan = off;
+SELECT pg_temp.plan_has('SELECT * FROM godd WHERE r ~&& ''{1,2,3}''', 'godd_r') AS odd_query_scans_every_row;
+RESET enable_seqscan;
+
+-- Core's array operators on int4[], typed and untyped, answer as they do without the extension.
+CREATE TABLE core_answers AS
+SELECT e, pg_temp.run('SELECT ' || e) AS answer FROM unnest(ARRAY[
+    'ARRAY[1,2] @> ''{1}''', 'ARRAY[1,2] <@ ''{1,2,3}''', 'ARRAY[1,2] && ''{2}''', 'ARRAY[1,2] = ''{1,2}''',
+    '''{1,100}''::int4[] @> ''{42,42}''', '''{1,10}''::int4[] && ''{5,6}''', '''{1,2}'' @> ARRAY[1]',
+    'ARRAY[1,2] @> ARRAY[1]::int4[]', 'ARRAY[1,2] || 3', 'ARRAY[1,2]::int4[] <@ ''{1,2}''']) e;
+DROP EXTENSION kelvarn_range_operators CASCADE;
+SELECT c.e, c.answer, pg_temp.run('SELECT ' || c.e) = c.answer AS same_without_extension FROM core_answers c;
