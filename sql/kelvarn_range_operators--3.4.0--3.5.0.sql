@@ -36,7 +36,8 @@ COMMENT ON FUNCTION qn_count_scalar_in_int4set("char", int4[]) IS
 -- finding rows by member: GIN over range-array columns
 --
 -- qn_gin_rangearray_ops indexes a column of range arrays by the blocks of the
--- int4 line its ranges lie in, at the resolution of each range's length. It
+-- int4 line its ranges lie in, at the resolution of each range's length, down
+-- to blocks of finest_block values (an option of the index, 64 unless given). It
 -- answers which rows' sets hold a value, meet a range array or a packed range,
 -- contain a range array or lie in one; every row it finds is rechecked, so it
 -- answers as a sequential scan does. Its operators take the column on their
@@ -122,6 +123,11 @@ CREATE FUNCTION qn_gin_rangearray_comparepartial(int8, int8, int2, internal) RET
 COMMENT ON FUNCTION qn_gin_rangearray_comparepartial(int8, int8, int2, internal) IS
     'GIN comparePartial of qn_gin_rangearray_ops: the key lies in the run of blocks a query range spans';
 
+CREATE FUNCTION qn_gin_rangearray_options(internal) RETURNS void
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_gin_rangearray_options(internal) IS
+    'GIN options of qn_gin_rangearray_ops: finest_block, the finest block of values a key stands for (default 64)';
+
 CREATE OPERATOR CLASS qn_gin_rangearray_ops FOR TYPE int4[] USING gin AS
     OPERATOR 1 ~@> (int4[], int4),
     OPERATOR 2 ~&& (int4[], int4[]),
@@ -134,6 +140,7 @@ CREATE OPERATOR CLASS qn_gin_rangearray_ops FOR TYPE int4[] USING gin AS
     FUNCTION 4 qn_gin_rangearray_consistent(internal, int2, int4[], int4, internal, internal, internal, internal),
     FUNCTION 5 qn_gin_rangearray_comparepartial(int8, int8, int2, internal),
     FUNCTION 6 qn_gin_rangearray_triconsistent(internal, int2, int4[], int4, internal, internal, internal),
+    FUNCTION 7 qn_gin_rangearray_options(internal),
     STORAGE int8;
 COMMENT ON OPERATOR CLASS qn_gin_rangearray_ops USING gin IS
     'range-array columns holding a value, meeting a range array or a packed range, containing a range array or lying in one';

@@ -4,12 +4,15 @@
 //
 // A key names a block of the int4 line at one of 17 levels: level l cuts the
 // line into blocks of 4^l values (level 0 is single values, level 16 the whole
-// line). A range is keyed at the finest level where it touches at most four
+// line). A range is keyed at the finest level where it touches at most two
 // blocks, by those blocks: short ranges by fine blocks, long ones by coarse
-// blocks, never more than four keys. Every value a range holds lies in one of
-// its keys' blocks, so a query finds every row whose set meets it by looking,
-// at each level, for the blocks its own members lie in; rows whose blocks merely
-// meet the query's are false candidates, which the operator rechecks.
+// blocks, so its keys cover less than 8 times its length. An index may start
+// at a coarser finest level (its finest_block option): fewer distinct keys, a
+// faster build, more false candidates among short ranges. Every value a range
+// holds lies in one of its keys' blocks, so a query finds every row whose set
+// meets it by looking, at each level, for the blocks its own members lie in;
+// rows whose blocks merely meet the query's are false candidates, which the
+// operator rechecks.
 //
 // A pair is keyed by the span of its two bounds whatever their order, and a set
 // of more than kMaxKeyedRanges ranges by a covering of that many ranges made by
@@ -39,7 +42,8 @@ using Range32 = qn::pgRangeArray::Range<int32_t>;
 
 constexpr int kLevelShift = 2;                        // a level's blocks are 4 times its finer level's
 constexpr int kLevels = 17;                           // level 16: one block of 2^32 values
-constexpr uint64_t kBlocksPerRange = 4;               // keys of one range, at most
+constexpr uint64_t kBlocksPerRange = 2;               // keys of one range, at most
+constexpr int kDefaultFinestBlock = 64;               // values in the finest block a key stands for
 constexpr uint64_t kMaxKeyedRanges = 1024;            // a stored set beyond this is keyed by a covering
 constexpr uint64_t kMaxQueryRanges = 64;              // a query set beyond this is widened to a covering
 constexpr int kMaxContainedBounds = 8;                // bounds a containment query looks up
@@ -64,18 +68,26 @@ inline int64_t keyOf(int level, uint64_t block) { return (int64_t{level} << 32) 
 // The range from the smaller to the larger bound of a pair.
 inline Range32 spanOf(Range32 r) { return r.lower <= r.upper ? r : Range32{r.upper, r.lower}; }
 
-// The level a range (lower <= upper) is keyed at: the finest where it touches
-// at most kBlocksPerRange blocks.
-inline int levelOf(Range32 r) {
+// The finest level of an index whose keys stand for blocks of at least
+// `finestBlock` values (rounded down to a power of 4; 1 or more).
+inline int finestLevel(int32_t finestBlock) {
     int level = 0;
+    while (level + 1 < kLevels && (int64_t{1} << (kLevelShift * (level + 1))) <= finestBlock) ++level;
+    return level;
+}
+
+// The level a range (lower <= upper) is keyed at: the finest, from `finest`
+// up, where it touches at most kBlocksPerRange blocks.
+inline int levelOf(Range32 r, int finest) {
+    int level = finest;
     while (blockOf(r.upper, level) - blockOf(r.lower, level) >= kBlocksPerRange) ++level;
     return level;
 }
 
 // Calls emit(key) for each key of a range (lower <= upper).
 template <typename Emit>
-void forEachKey(Range32 r, Emit emit) {
-    const int level = levelOf(r);
+void forEachKey(Range32 r, int finest, Emit emit) {
+    const int level = levelOf(r, finest);
     for (uint64_t b = blockOf(r.lower, level), last = blockOf(r.upper, level); b <= last; ++b) emit(keyOf(level, b));
 }
 
@@ -131,10 +143,10 @@ Range32* coveringSpans(const Range32* first, uint64_t& n, uint64_t most, Poll po
 }
 
 // The keys of a stored range array of n pairs (oddTail: one more element
-// follows them), written to a buffer from A; count receives their number. The
-// server sorts them and drops repeats. nullptr when A gives nothing.
+// follows them), sorted and without repeats, in a buffer from A; count receives
+// their number. nullptr when A gives nothing.
 template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll>
-int64_t* storedKeys(const Range32* pairs, uint64_t n, bool oddTail, uint64_t& count, Poll poll) {
+int64_t* storedKeys(const Range32* pairs, uint64_t n, bool oddTail, int finest, uint64_t& count, Poll poll) {
     const Range32* keyed = pairs;
     Range32* covering = nullptr;
     if (n > kMaxKeyedRanges) {
@@ -145,9 +157,13 @@ int64_t* storedKeys(const Range32* pairs, uint64_t n, bool oddTail, uint64_t& co
     auto* keys = static_cast<int64_t*>(A((n * kBlocksPerRange + 1) * sizeof(int64_t)));
     if (!keys) return nullptr;
     count = 0;
-    for (uint64_t i = 0; i < n; ++i) forEachKey(spanOf(keyed[i]), [&](int64_t key) { keys[count++] = key; });
+    for (uint64_t i = 0; i < n; ++i) forEachKey(spanOf(keyed[i]), finest, [&](int64_t key) { keys[count++] = key; });
     if (oddTail) keys[count++] = kRecheckKey;
     if (covering) F(covering);
+    // Sorted and unique: the server sorts them again with a call per comparison,
+    // which costs next to nothing on sorted keys.
+    std::sort(keys, keys + count);
+    count = static_cast<uint64_t>(std::unique(keys, keys + count) - keys);
     return keys;
 }
 
@@ -174,16 +190,18 @@ inline void add(QueryPlan& plan, int64_t key, int64_t last, bool partial, int32_
     plan.entries[plan.n++] = QueryEntry{key, last, partial, group};
 }
 
-// The keys of value v at every level, in group g.
-inline void addValue(QueryPlan& plan, int32_t v, int32_t group) {
-    for (int level = 0; level < kLevels; ++level) {
+// The keys of value v at every level from `finest`, in group g.
+inline void addValue(QueryPlan& plan, int32_t v, int32_t group, int finest) {
+    for (int level = finest; level < kLevels; ++level) {
         const int64_t key = keyOf(level, blockOf(v, level));
         add(plan, key, key, false, group);
     }
 }
 
+// Starts an empty plan with room for `capacity` entries.
 template <qn::pg::AllocFn A>
 bool allocate(QueryPlan& plan, uint64_t capacity) {
+    plan = QueryPlan();
     plan.entries = static_cast<QueryEntry*>(A(capacity * sizeof(QueryEntry)));
     return plan.entries != nullptr;
 }
@@ -192,9 +210,9 @@ bool allocate(QueryPlan& plan, uint64_t capacity) {
 
 // A set holding the value: the value's block at every level.
 template <qn::pg::AllocFn A>
-bool planHoldsValue(int32_t v, QueryPlan& plan) {
+bool planHoldsValue(int32_t v, int finest, QueryPlan& plan) {
     if (!detail::allocate<A>(plan, kLevels + 1)) return false;
-    detail::addValue(plan, v, 0);
+    detail::addValue(plan, v, 0, finest);
     detail::add(plan, kRecheckKey, kRecheckKey, false, -1);
     plan.groups = 1;
     return true;
@@ -204,9 +222,9 @@ bool planHoldsValue(int32_t v, QueryPlan& plan) {
 // blocks the ranges touch, those of ranges touching the same or next blocks
 // merged; a run of more than kBlocksPerRange blocks is one partial entry.
 template <qn::pg::AllocFn A>
-bool planMeets(const Range32* first, uint64_t n, QueryPlan& plan) {
+bool planMeets(const Range32* first, uint64_t n, int finest, QueryPlan& plan) {
     if (!detail::allocate<A>(plan, uint64_t{kLevels} * n * kBlocksPerRange + 1)) return false;
-    for (int level = 0; level < kLevels && n > 0; ++level) {
+    for (int level = finest; level < kLevels && n > 0; ++level) {
         auto flush = [&](uint64_t from, uint64_t to) {
             if (to - from < kBlocksPerRange) {
                 for (uint64_t b = from; b <= to; ++b) detail::add(plan, keyOf(level, b), keyOf(level, b), false, 0);
@@ -236,13 +254,13 @@ bool planMeets(const Range32* first, uint64_t n, QueryPlan& plan) {
 // to kMaxContainedBounds bounds, spread over the pairs, must be held, the lower
 // bound of every pair and the upper bound of a pair that is not inverted.
 template <qn::pg::AllocFn A>
-bool planContains(const Range32* first, uint64_t n, QueryPlan& plan) {
+bool planContains(const Range32* first, uint64_t n, int finest, QueryPlan& plan) {
     if (!detail::allocate<A>(plan, uint64_t{kLevels} * kMaxContainedBounds + 1)) return false;
     const uint64_t pairsUsed = std::min<uint64_t>(n, kMaxContainedBounds / 2);
     for (uint64_t j = 0; j < pairsUsed; ++j) {
         const Range32 r = first[j * n / pairsUsed];
-        detail::addValue(plan, r.lower, plan.groups++);
-        if (r.lower < r.upper) detail::addValue(plan, r.upper, plan.groups++);
+        detail::addValue(plan, r.lower, plan.groups++, finest);
+        if (r.lower < r.upper) detail::addValue(plan, r.upper, plan.groups++, finest);
     }
     detail::add(plan, kRecheckKey, kRecheckKey, false, -1);
     return true;

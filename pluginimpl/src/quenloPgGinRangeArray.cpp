@@ -8,11 +8,16 @@
 #include "qnPgGinRangeArray.h"
 #include "quenloPgUtils.h"
 
+// The reloptions header reaches the spinlock code, whose `register` C++17 refuses.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wregister"
 extern "C" {
 #include "access/gin.h"
+#include "access/reloptions.h"
 #include "access/stratnum.h"
 #include "miscadmin.h"
 }
+#pragma GCC diagnostic pop
 
 using qn::gin::QueryPlan;
 using qn::pg::Int4Elements;
@@ -28,6 +33,20 @@ auto pollInterrupts() {
     return [] { CHECK_FOR_INTERRUPTS(); };
 }
 
+// The operator class's option: the finest block of values a key stands for.
+struct GinOptions {
+    int32 vl_len_;
+    int32 finestBlock;
+};
+
+// The finest level of the index whose support function is being called.
+int finestLevelOf(FunctionCallInfo fcinfo) {
+    const int32 block = PG_HAS_OPCLASS_OPTIONS()
+                            ? reinterpret_cast<const GinOptions*>(PG_GET_OPCLASS_OPTIONS())->finestBlock
+                            : qn::gin::kDefaultFinestBlock;
+    return qn::gin::finestLevel(block);
+}
+
 // The range arguments of the set queries, as the test functions behind the
 // operators read them.
 struct SetQuery {
@@ -41,16 +60,16 @@ SetQuery readSetQuery(Datum query) {
 }
 
 // The plan of a query: the keys to look for, by strategy.
-QueryPlan planQuery(Datum query, StrategyNumber strategy, bool& everyRow) {
+QueryPlan planQuery(Datum query, StrategyNumber strategy, int finest, bool& everyRow) {
     using namespace qn::gin;
     QueryPlan plan;
     everyRow = false;
     switch (strategy) {
-        case HoldsValue: planHoldsValue<allocateHuge>(DatumGetInt32(query), plan); break;
+        case HoldsValue: planHoldsValue<allocateHuge>(DatumGetInt32(query), finest, plan); break;
         case OverlapsPackedRange: {
             const int64 packed = DatumGetInt64(query);
             const Range32 r = spanOf({qn::pgRangeArray::packedLower(packed), qn::pgRangeArray::packedUpper(packed)});
-            planMeets<allocateHuge>(&r, 1, plan);
+            planMeets<allocateHuge>(&r, 1, finest, plan);
             break;
         }
         case OverlapsSet:
@@ -63,12 +82,12 @@ QueryPlan planQuery(Datum query, StrategyNumber strategy, bool& everyRow) {
             }
             uint64_t n = static_cast<uint64_t>(q.elements.count / 2);
             if (strategy == ContainsSet) {
-                planContains<allocateHuge>(q.elements.rangesBegin(), n, plan);
+                planContains<allocateHuge>(q.elements.rangesBegin(), n, finest, plan);
                 break;
             }
             const Range32* spans =
                 coveringSpans<allocateHuge, pfree>(q.elements.rangesBegin(), n, kMaxQueryRanges, pollInterrupts());
-            planMeets<allocateHuge>(spans, n, plan);
+            planMeets<allocateHuge>(spans, n, finest, plan);
             break;
         }
         default:
@@ -93,6 +112,7 @@ QN_FUNCTION_INFO_V1(qn_gin_rangearray_extractquery)
 QN_FUNCTION_INFO_V1(qn_gin_rangearray_consistent)
 QN_FUNCTION_INFO_V1(qn_gin_rangearray_triconsistent)
 QN_FUNCTION_INFO_V1(qn_gin_rangearray_comparepartial)
+QN_FUNCTION_INFO_V1(qn_gin_rangearray_options)
 
 // extractValue(range array, internal nkeys, internal nullFlags): the keys of a
 // stored set. An array read as empty (none of its pairs, or not one-dimensional,
@@ -102,7 +122,8 @@ Datum qn_gin_rangearray_extractvalue(PG_FUNCTION_ARGS) {
     auto* nkeys = reinterpret_cast<int32*>(PG_GETARG_POINTER(1));
     uint64_t count = 0;
     int64* keys = qn::gin::storedKeys<allocateHuge, pfree>(e.rangesBegin(), static_cast<uint64_t>(e.count / 2),
-                                                          (e.count & 1) != 0, count, pollInterrupts());
+                                                          (e.count & 1) != 0, finestLevelOf(fcinfo), count,
+                                                          pollInterrupts());
     auto* datums = static_cast<Datum*>(palloc(sizeof(Datum) * (count ? count : 1)));
     for (uint64_t i = 0; i < count; ++i) datums[i] = Int64GetDatum(keys[i]);
     pfree(keys);
@@ -122,7 +143,7 @@ Datum qn_gin_rangearray_extractquery(PG_FUNCTION_ARGS) {
     auto** extraData = reinterpret_cast<Pointer**>(PG_GETARG_POINTER(4));
     auto* searchMode = reinterpret_cast<int32*>(PG_GETARG_POINTER(6));
     bool everyRow = false;
-    const QueryPlan plan = planQuery(PG_GETARG_DATUM(0), strategy, everyRow);
+    const QueryPlan plan = planQuery(PG_GETARG_DATUM(0), strategy, finestLevelOf(fcinfo), everyRow);
     if (everyRow) {
         *nkeys = 0;
         *searchMode = GIN_SEARCH_MODE_ALL;
@@ -180,4 +201,16 @@ Datum qn_gin_rangearray_comparepartial(PG_FUNCTION_ARGS) {
     const int64 key = PG_GETARG_INT64(1);
     const auto* entry = reinterpret_cast<const qn::gin::QueryEntry*>(PG_GETARG_POINTER(3));
     PG_RETURN_INT32(key > entry->last ? 1 : 0);
+}
+
+// options(internal): finest_block, the finest block of values a key stands for
+// (rounded down to a power of 4). Smaller blocks find fewer false candidates
+// among short ranges and lone members, larger ones build faster and smaller.
+Datum qn_gin_rangearray_options(PG_FUNCTION_ARGS) {
+    auto* relopts = reinterpret_cast<local_relopts*>(PG_GETARG_POINTER(0));
+    init_local_reloptions(relopts, sizeof(GinOptions));
+    add_local_int_reloption(relopts, "finest_block",
+                            "finest block of values a key stands for, rounded down to a power of 4",
+                            qn::gin::kDefaultFinestBlock, 1, 1 << 16, offsetof(GinOptions, finestBlock));
+    PG_RETURN_VOID();
 }

@@ -29,7 +29,7 @@ INSERT INTO gs VALUES (-1, '{-2147483648,-2147483648}'), (-2, '{2147483647,21474
 INSERT INTO gs SELECT -100 - j, (SELECT array_agg(x ORDER BY x) FROM generate_series(j * 7, j * 7 + 3000 * 40 - 1, 40) s,
                                  LATERAL (VALUES (s), (s + 3 + j)) v(x))
 FROM generate_series(1, 3) j;
-CREATE INDEX gs_r ON gs USING gin (r qn_gin_rangearray_ops);
+CREATE INDEX gs_r ON gs USING gin (r qn_gin_rangearray_ops (finest_block = 1));
 
 -- 40 queries: a value (some on stored bounds and the extremes), a range array (normalised, unsorted with inverted
 -- pairs, 100 ranges, empty), a packed range (some inverted).
@@ -67,12 +67,26 @@ BEGIN
     EXECUTE q INTO got;
     same_rows := got = scanned;
 END $$;
+CREATE FUNCTION pg_temp.all_same() RETURNS TABLE (condition text, same_rows bool, index_used bool, queries_hit bigint)
+LANGUAGE sql AS $$
 SELECT s.* FROM unnest(ARRAY[
     'q.val <@ t.r', 't.r ~@> q.val', 'qn_int4_in_rangearray(q.val, t.r)', 'qn_rangearray_contains_int4(t.r, q.val)',
     't.r ~&& q.arr', 'q.arr ~&& t.r', 'qn_int4range_is_overlap(t.r, q.arr)', 'qn_int4range_is_overlap(q.arr, t.r)',
     't.r ~@> q.arr', 'qn_int4range_is_strictly_include(q.arr, t.r)', 'qn_int4range_contains(t.r, q.arr)',
     't.r ~<@ q.arr', 'qn_int4range_is_strictly_include(t.r, q.arr)',
-    'q.pr && t.r', 't.r ~&& q.pr', 'qn_int4rangepacked_in_rangearray(q.pr, t.r)']) c, LATERAL pg_temp.same(c) s;
+    'q.pr && t.r', 't.r ~&& q.pr', 'qn_int4rangepacked_in_rangearray(q.pr, t.r)']) c, LATERAL pg_temp.same(c) s
+$$;
+-- Keys down to single values, then the default (blocks of 64 values at the finest) and blocks of 65,536.
+SELECT * FROM pg_temp.all_same();
+DROP INDEX gs_r;
+CREATE INDEX gs_r ON gs USING gin (r qn_gin_rangearray_ops);
+SELECT bool_and(same_rows AND index_used) AS default_blocks_same FROM pg_temp.all_same();
+DROP INDEX gs_r;
+CREATE INDEX gs_r ON gs USING gin (r qn_gin_rangearray_ops (finest_block = 65536));
+SELECT bool_and(same_rows AND index_used) AS coarse_blocks_same FROM pg_temp.all_same();
+SELECT pg_temp.try('CREATE INDEX ON gs USING gin (r qn_gin_rangearray_ops (finest_block = 0))') AS no_empty_blocks;
+DROP INDEX gs_r;
+CREATE INDEX gs_r ON gs USING gin (r qn_gin_rangearray_ops);
 
 -- The index keeps few false candidates: blocks follow each range's length.
 ANALYZE gs;

@@ -1,0 +1,187 @@
+// GIN keys of range arrays: whenever a test function is true of a stored array
+// and a query, the query's plan finds the row by its keys, for arrays of any
+// order, with inverted pairs and odd lengths; coverings keep the largest gaps.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <random>
+#include <set>
+#include <vector>
+
+#include "qnPgGinRangeArray.h"
+
+namespace {
+
+using namespace qn::gin;
+using qn::pgRangeArray::inRangeArray;
+using qn::pgRangeArray::rangeListIncluded;
+using qn::pgRangeArray::rangeListsOverlap;
+using qn::pgRangeArray::rangeOverlapsList;
+
+void* allocate(size_t n) { return std::malloc(n); }
+void release(void* p) { std::free(p); }
+auto noPoll = [] {};
+const int kFinest = finestLevel(kDefaultFinestBlock);
+
+std::set<int64_t> keysOf(const std::vector<Range32>& pairs, bool odd, int finest = kFinest) {
+    uint64_t count = 0;
+    int64_t* keys = storedKeys<allocate, release>(pairs.data(), pairs.size(), odd, finest, count, noPoll);
+    std::set<int64_t> out(keys, keys + count);
+    release(keys);
+    return out;
+}
+
+// The plan lets the row through, given the row's keys.
+bool found(const QueryPlan& plan, const std::set<int64_t>& keys) {
+    return mayPass(plan.entries, plan.n, plan.groups, [&](int32_t i) {
+        const QueryEntry& e = plan.entries[i];
+        auto it = keys.lower_bound(e.key);
+        return it != keys.end() && *it <= e.last ? Found::Yes : Found::No;
+    });
+}
+
+// Bounds near each other, near the extremes, or anywhere, so that pairs meet often.
+int32_t bound(std::mt19937& rng) {
+    switch (rng() % 4) {
+        case 0: return static_cast<int32_t>(rng() % 2000) - 1000;
+        case 1: return INT32_MIN + static_cast<int32_t>(rng() % 50);
+        case 2: return INT32_MAX - static_cast<int32_t>(rng() % 50);
+        default: return static_cast<int32_t>(rng());
+    }
+}
+
+std::vector<Range32> randomPairs(std::mt19937& rng, size_t most) {
+    std::vector<Range32> pairs(rng() % (most + 1));
+    for (Range32& r : pairs) {
+        const int32_t lo = bound(rng);
+        const int64_t hi = int64_t{lo} + (rng() % 3 == 0 ? static_cast<int64_t>(rng() % 100000) : rng() % 5);
+        r = {lo, static_cast<int32_t>(std::min<int64_t>(hi, INT32_MAX))};
+        if (rng() % 8 == 0) std::swap(r.lower, r.upper);  // inverted
+    }
+    if (rng() % 2) std::sort(pairs.begin(), pairs.end(), [](Range32 a, Range32 b) { return a.lower < b.lower; });
+    return pairs;
+}
+
+std::vector<Range32> normalised(std::vector<Range32> pairs) {
+    uint64_t n = pairs.size();
+    Range32* spans = coveringSpans<allocate, release>(pairs.data(), n, UINT64_MAX, noPoll);
+    std::vector<Range32> out(spans, spans + n);
+    release(spans);
+    return out;
+}
+
+TEST(GinKeys, EveryRowATestAcceptsIsACandidate) {
+    std::mt19937 rng(7);
+    for (int round = 0; round < 20000; ++round) {
+        const int finest = round % 9;  // blocks of 1 to 65,536 values at the finest
+        const std::vector<Range32> stored = randomPairs(rng, round % 50 == 0 ? 3000 : 8);
+        const std::set<int64_t> keys = keysOf(stored, false, finest);
+        const Range32* s = stored.data();
+        const Range32* sEnd = s + stored.size();
+        std::vector<Range32> query = randomPairs(rng, round % 40 == 0 ? 200 : 4);
+        const Range32* q = query.data();
+        const Range32* qEnd = q + query.size();
+
+        const int32_t v = query.empty() ? bound(rng) : query[0].lower;
+        QueryPlan plan;
+        ASSERT_TRUE(planHoldsValue<allocate>(v, finest, plan));
+        if (inRangeArray(s, sEnd, v)) {
+            EXPECT_TRUE(found(plan, keys)) << "value " << v;
+        }
+        release(plan.entries);
+
+        if (!query.empty()) {
+            const Range32 r = spanOf(query[0]);
+            ASSERT_TRUE(planMeets<allocate>(&r, 1, finest, plan));
+            if (rangeOverlapsList(query[0].lower, query[0].upper, s, sEnd)) {
+                EXPECT_TRUE(found(plan, keys)) << "packed";
+            }
+            release(plan.entries);
+        }
+
+        uint64_t n = query.size();
+        Range32* spans = coveringSpans<allocate, release>(q, n, kMaxQueryRanges, noPoll);
+        ASSERT_TRUE(planMeets<allocate>(spans, n, finest, plan));
+        if (rangeListsOverlap(q, qEnd, s, sEnd)) {
+            EXPECT_TRUE(found(plan, keys)) << "overlap";
+        }
+        if (rangeListIncluded(s, sEnd, q, qEnd)) {
+            EXPECT_TRUE(found(plan, keys)) << "contained";
+        }
+        release(plan.entries);
+        release(spans);
+
+        ASSERT_TRUE(planContains<allocate>(q, query.size(), finest, plan));
+        if (rangeListIncluded(q, qEnd, s, sEnd)) {
+            EXPECT_TRUE(found(plan, keys)) << "contains";
+        }
+        release(plan.entries);
+        if (::testing::Test::HasFailure()) return;
+    }
+}
+
+TEST(GinKeys, OddArraysAndEmptyQueriesMeetOnTheRecheckKey) {
+    const std::set<int64_t> odd = keysOf({{5, 9}}, true), even = keysOf({{5, 9}}, false);
+    QueryPlan plan;
+    ASSERT_TRUE(planMeets<allocate>(nullptr, 0, kFinest, plan));
+    EXPECT_TRUE(found(plan, odd));
+    EXPECT_FALSE(found(plan, even));
+    release(plan.entries);
+    ASSERT_TRUE(planHoldsValue<allocate>(1000, kFinest, plan));
+    EXPECT_TRUE(found(plan, odd));
+    EXPECT_FALSE(found(plan, even));
+    release(plan.entries);
+    EXPECT_TRUE(keysOf({}, false).empty());
+}
+
+TEST(GinKeys, ARangeHasAtMostTwoKeysNearItsLength) {
+    std::mt19937 rng(3);
+    for (int i = 0; i < 100000; ++i) {
+        const int32_t lo = static_cast<int32_t>(rng());
+        const int64_t hi = std::min<int64_t>(int64_t{lo} + (rng() >> (rng() % 32)), INT32_MAX);
+        const Range32 r{lo, static_cast<int32_t>(hi)};
+        int keys = 0;
+        forEachKey(r, 0, [&](int64_t) { ++keys; });
+        ASSERT_GE(keys, 1);
+        ASSERT_LE(keys, 2);
+        // The blocks cover at most 8 times the range's own length, and at most 2 values when it has one.
+        const int level = levelOf(r, 0);
+        const uint64_t covered = uint64_t{static_cast<uint64_t>(keys)} << (kLevelShift * level);
+        EXPECT_LE(covered, std::max<uint64_t>(2, (uint64_t(hi - lo) + 1) * 8)) << lo << " " << hi;
+    }
+}
+
+TEST(GinKeys, CoveringClosesTheSmallestGaps) {
+    std::mt19937 rng(11);
+    for (int round = 0; round < 2000; ++round) {
+        std::vector<Range32> list = normalised(randomPairs(rng, 300));
+        const uint64_t k = 1 + rng() % 20;
+        std::vector<Range32> covered = list;
+        std::vector<uint32_t> gaps(list.size() + 1);
+        const uint64_t n = coverWithFewer(covered.data(), covered.size(), k, gaps.data());
+        covered.resize(n);
+        ASSERT_EQ(n, std::min<uint64_t>(k, list.size()));
+        // Every original range lies in one covering range, and the covering's gaps are
+        // gaps of the list at least as wide as any gap it closed.
+        uint32_t narrowestOpen = UINT32_MAX, widestClosed = 0;
+        size_t c = 0;
+        for (size_t i = 0; i < list.size(); ++i) {
+            while (c < n && covered[c].upper < list[i].lower) ++c;
+            ASSERT_LT(c, n);
+            ASSERT_LE(covered[c].lower, list[i].lower);
+            ASSERT_GE(covered[c].upper, list[i].upper);
+            if (i + 1 < list.size()) {
+                const auto gap = static_cast<uint32_t>(int64_t{list[i + 1].lower} - list[i].upper);
+                if (covered[c].upper == list[i].upper)
+                    narrowestOpen = std::min(narrowestOpen, gap);
+                else
+                    widestClosed = std::max(widestClosed, gap);
+            }
+        }
+        if (n > 1 && n < list.size()) {
+            EXPECT_LE(widestClosed, narrowestOpen);
+        }
+    }
+}
+
+}  // namespace
