@@ -2,17 +2,19 @@
 // functions: which keys a stored set gives, which keys a query looks for, and
 // how the keys found decide whether a row is a candidate.
 //
-// A key names a block of the int4 line at one of 17 levels: level l cuts the
-// line into blocks of 4^l values (level 0 is single values, level 16 the whole
-// line). A range is keyed at the finest level where it touches at most two
-// blocks, by those blocks: short ranges by fine blocks, long ones by coarse
-// blocks, so its keys cover less than 8 times its length. An index may start
-// at a coarser finest level (its finest_block option): fewer distinct keys, a
-// faster build, more false candidates among short ranges. Every value a range
-// holds lies in one of its keys' blocks, so a query finds every row whose set
-// meets it by looking, at each level, for the blocks its own members lie in;
-// rows whose blocks merely meet the query's are false candidates, which the
-// operator rechecks.
+// A key names a block of the int4 line: at level l the line is cut into blocks
+// of 2^l values twice, by grid 0 from the line's start and by grid 1 offset by
+// half a block (level 0 is single values and has grid 0 only; level 32 is the
+// whole line). A range is keyed by one block, the narrowest that holds it in
+// either grid: a range of length w fits in one of the two grids once blocks
+// reach 2w, so its key covers less than 4 times its length, and every range
+// has exactly one key, which keeps the index small and its build fast. An
+// index may start at a coarser finest level (its finest_block option): fewer
+// distinct keys, more false candidates among short ranges. Every value a range
+// holds lies in its key's block, so a query finds every row whose set meets it
+// by looking, at each level and in each grid, for the blocks its own members
+// lie in; rows whose blocks merely meet the query's are false candidates,
+// which the operator rechecks.
 //
 // A pair is keyed by the span of its two bounds whatever their order, and a set
 // of more than kMaxKeyedRanges ranges by a covering of that many ranges made by
@@ -40,14 +42,14 @@ namespace qn::gin {
 
 using Range32 = qn::pgRangeArray::Range<int32_t>;
 
-constexpr int kLevelShift = 2;                        // a level's blocks are 4 times its finer level's
-constexpr int kLevels = 17;                           // level 16: one block of 2^32 values
-constexpr uint64_t kBlocksPerRange = 2;               // keys of one range, at most
+constexpr int kLevels = 33;                           // level 32: one block of 2^32 values
+constexpr int kGrids = 2;                             // grid 1 is offset by half a block
+constexpr uint64_t kExactRunBlocks = 2;               // a query looks up runs of this many blocks one by one
 constexpr int kDefaultFinestBlock = 64;               // values in the finest block a key stands for
 constexpr uint64_t kMaxKeyedRanges = 1024;            // a stored set beyond this is keyed by a covering
 constexpr uint64_t kMaxQueryRanges = 64;              // a query set beyond this is widened to a covering
 constexpr int kMaxContainedBounds = 8;                // bounds a containment query looks up
-constexpr int64_t kRecheckKey = int64_t{kLevels} << 32;  // rows every query takes as candidates
+constexpr int64_t kRecheckKey = int64_t{kLevels * kGrids} << 32;  // rows every query takes as candidates
 
 // The strategies of the operator class.
 enum Strategy : uint16_t {
@@ -58,37 +60,39 @@ enum Strategy : uint16_t {
     OverlapsPackedRange = 5 // int4[] ~&& int8
 };
 
-// The block of value v at level l.
-inline uint64_t blockOf(int32_t v, int level) {
-    return uint64_t{static_cast<uint32_t>(v) ^ 0x80000000u} >> (kLevelShift * level);
+// The block of value v at level l in grid g (grid 1 only from level 1 on).
+inline uint64_t blockOf(int32_t v, int level, int grid) {
+    const uint64_t offset = grid == 0 ? 0 : uint64_t{1} << (level - 1);
+    return (uint64_t{static_cast<uint32_t>(v) ^ 0x80000000u} + offset) >> level;
 }
 
-inline int64_t keyOf(int level, uint64_t block) { return (int64_t{level} << 32) | static_cast<int64_t>(block); }
+// Keys sort by level, then grid, then block: a run of blocks is a run of keys.
+inline int64_t keyOf(int level, int grid, uint64_t block) {
+    return (int64_t{level * kGrids + grid} << 32) | static_cast<int64_t>(block);
+}
+
+// The grids of a level.
+inline int gridsAt(int level) { return level == 0 ? 1 : kGrids; }
 
 // The range from the smaller to the larger bound of a pair.
 inline Range32 spanOf(Range32 r) { return r.lower <= r.upper ? r : Range32{r.upper, r.lower}; }
 
 // The finest level of an index whose keys stand for blocks of at least
-// `finestBlock` values (rounded down to a power of 4; 1 or more).
+// `finestBlock` values (rounded down to a power of 2; 1 or more).
 inline int finestLevel(int32_t finestBlock) {
     int level = 0;
-    while (level + 1 < kLevels && (int64_t{1} << (kLevelShift * (level + 1))) <= finestBlock) ++level;
+    while (level + 1 < kLevels && (int64_t{1} << (level + 1)) <= finestBlock) ++level;
     return level;
 }
 
-// The level a range (lower <= upper) is keyed at: the finest, from `finest`
-// up, where it touches at most kBlocksPerRange blocks.
-inline int levelOf(Range32 r, int finest) {
-    int level = finest;
-    while (blockOf(r.upper, level) - blockOf(r.lower, level) >= kBlocksPerRange) ++level;
-    return level;
-}
-
-// Calls emit(key) for each key of a range (lower <= upper).
-template <typename Emit>
-void forEachKey(Range32 r, int finest, Emit emit) {
-    const int level = levelOf(r, finest);
-    for (uint64_t b = blockOf(r.lower, level), last = blockOf(r.upper, level); b <= last; ++b) emit(keyOf(level, b));
+// The key of a range (lower <= upper): the narrowest block, from level
+// `finest` up, that holds it in either grid (grid 0 first). Level 32's grid 0
+// holds every range.
+inline int64_t keyOfRange(Range32 r, int finest) {
+    for (int level = finest;; ++level)
+        for (int grid = 0; grid < gridsAt(level); ++grid)
+            if (blockOf(r.lower, level, grid) == blockOf(r.upper, level, grid))
+                return keyOf(level, grid, blockOf(r.lower, level, grid));
 }
 
 // Reduces a normalised list of n ranges to at most k (k >= 1) ranges covering
@@ -154,10 +158,10 @@ int64_t* storedKeys(const Range32* pairs, uint64_t n, bool oddTail, int finest, 
         if (!covering) return nullptr;
         keyed = covering;
     }
-    auto* keys = static_cast<int64_t*>(A((n * kBlocksPerRange + 1) * sizeof(int64_t)));
+    auto* keys = static_cast<int64_t*>(A((n + 1) * sizeof(int64_t)));
     if (!keys) return nullptr;
     count = 0;
-    for (uint64_t i = 0; i < n; ++i) forEachKey(spanOf(keyed[i]), finest, [&](int64_t key) { keys[count++] = key; });
+    for (uint64_t i = 0; i < n; ++i) keys[count++] = keyOfRange(spanOf(keyed[i]), finest);
     if (oddTail) keys[count++] = kRecheckKey;
     if (covering) F(covering);
     // Sorted and unique: the server sorts them again with a call per comparison,
@@ -190,12 +194,13 @@ inline void add(QueryPlan& plan, int64_t key, int64_t last, bool partial, int32_
     plan.entries[plan.n++] = QueryEntry{key, last, partial, group};
 }
 
-// The keys of value v at every level from `finest`, in group g.
+// The keys of value v at every level from `finest`, in both grids, in group g.
 inline void addValue(QueryPlan& plan, int32_t v, int32_t group, int finest) {
-    for (int level = finest; level < kLevels; ++level) {
-        const int64_t key = keyOf(level, blockOf(v, level));
-        add(plan, key, key, false, group);
-    }
+    for (int level = finest; level < kLevels; ++level)
+        for (int grid = 0; grid < gridsAt(level); ++grid) {
+            const int64_t key = keyOf(level, grid, blockOf(v, level, grid));
+            add(plan, key, key, false, group);
+        }
 }
 
 // Starts an empty plan with room for `capacity` entries.
@@ -211,40 +216,43 @@ bool allocate(QueryPlan& plan, uint64_t capacity) {
 // A set holding the value: the value's block at every level.
 template <qn::pg::AllocFn A>
 bool planHoldsValue(int32_t v, int finest, QueryPlan& plan) {
-    if (!detail::allocate<A>(plan, kLevels + 1)) return false;
+    if (!detail::allocate<A>(plan, kLevels * kGrids + 1)) return false;
     detail::addValue(plan, v, 0, finest);
     detail::add(plan, kRecheckKey, kRecheckKey, false, -1);
     plan.groups = 1;
     return true;
 }
 
-// A set meeting the normalised ranges [first, first + n): at every level, the
-// blocks the ranges touch, those of ranges touching the same or next blocks
-// merged; a run of more than kBlocksPerRange blocks is one partial entry.
+// A set meeting the normalised ranges [first, first + n): at every level and
+// in both grids, the blocks the ranges touch, those of ranges touching the
+// same or next blocks merged; a run of more than kExactRunBlocks blocks is one
+// partial entry.
 template <qn::pg::AllocFn A>
 bool planMeets(const Range32* first, uint64_t n, int finest, QueryPlan& plan) {
-    if (!detail::allocate<A>(plan, uint64_t{kLevels} * n * kBlocksPerRange + 1)) return false;
-    for (int level = finest; level < kLevels && n > 0; ++level) {
-        auto flush = [&](uint64_t from, uint64_t to) {
-            if (to - from < kBlocksPerRange) {
-                for (uint64_t b = from; b <= to; ++b) detail::add(plan, keyOf(level, b), keyOf(level, b), false, 0);
-            } else {
-                detail::add(plan, keyOf(level, from), keyOf(level, to), true, 0);
+    if (!detail::allocate<A>(plan, uint64_t{kLevels} * kGrids * n * kExactRunBlocks + 1)) return false;
+    for (int level = finest; level < kLevels && n > 0; ++level)
+        for (int grid = 0; grid < gridsAt(level); ++grid) {
+            auto flush = [&](uint64_t from, uint64_t to) {
+                if (to - from < kExactRunBlocks) {
+                    for (uint64_t b = from; b <= to; ++b)
+                        detail::add(plan, keyOf(level, grid, b), keyOf(level, grid, b), false, 0);
+                } else {
+                    detail::add(plan, keyOf(level, grid, from), keyOf(level, grid, to), true, 0);
+                }
+            };
+            uint64_t from = blockOf(first[0].lower, level, grid), to = blockOf(first[0].upper, level, grid);
+            for (uint64_t i = 1; i < n; ++i) {
+                const uint64_t b = blockOf(first[i].lower, level, grid), e = blockOf(first[i].upper, level, grid);
+                if (b <= to + 1) {
+                    to = std::max(to, e);
+                } else {
+                    flush(from, to);
+                    from = b;
+                    to = e;
+                }
             }
-        };
-        uint64_t from = blockOf(first[0].lower, level), to = blockOf(first[0].upper, level);
-        for (uint64_t i = 1; i < n; ++i) {
-            const uint64_t b = blockOf(first[i].lower, level), e = blockOf(first[i].upper, level);
-            if (b <= to + 1) {
-                to = std::max(to, e);
-            } else {
-                flush(from, to);
-                from = b;
-                to = e;
-            }
+            flush(from, to);
         }
-        flush(from, to);
-    }
     detail::add(plan, kRecheckKey, kRecheckKey, false, -1);
     plan.groups = n > 0 ? 1 : 0;
     return true;
@@ -255,7 +263,7 @@ bool planMeets(const Range32* first, uint64_t n, int finest, QueryPlan& plan) {
 // bound of every pair and the upper bound of a pair that is not inverted.
 template <qn::pg::AllocFn A>
 bool planContains(const Range32* first, uint64_t n, int finest, QueryPlan& plan) {
-    if (!detail::allocate<A>(plan, uint64_t{kLevels} * kMaxContainedBounds + 1)) return false;
+    if (!detail::allocate<A>(plan, uint64_t{kLevels} * kGrids * kMaxContainedBounds + 1)) return false;
     const uint64_t pairsUsed = std::min<uint64_t>(n, kMaxContainedBounds / 2);
     for (uint64_t j = 0; j < pairsUsed; ++j) {
         const Range32 r = first[j * n / pairsUsed];

@@ -204,13 +204,13 @@ Datum qn_gin_rangearray_comparepartial(PG_FUNCTION_ARGS) {
 }
 
 // options(internal): finest_block, the finest block of values a key stands for
-// (rounded down to a power of 4). Smaller blocks find fewer false candidates
+// (rounded down to a power of 2). Smaller blocks find fewer false candidates
 // among short ranges and lone members, larger ones build faster and smaller.
 Datum qn_gin_rangearray_options(PG_FUNCTION_ARGS) {
     auto* relopts = reinterpret_cast<local_relopts*>(PG_GETARG_POINTER(0));
     init_local_reloptions(relopts, sizeof(GinOptions));
     add_local_int_reloption(relopts, "finest_block",
-                            "finest block of values a key stands for, rounded down to a power of 4",
+                            "finest block of values a key stands for, rounded down to a power of 2",
                             qn::gin::kDefaultFinestBlock, 1, 1 << 16, offsetof(GinOptions, finestBlock));
     PG_RETURN_VOID();
 }
