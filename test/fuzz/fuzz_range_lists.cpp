@@ -131,7 +131,8 @@ void insert(Reader& in, uint8_t mode) {
         return builder.ranges.size() == reference.size() &&
                std::memcmp(builder.ranges.data(), reference.data(), reference.size() * sizeof(R)) == 0;
     };
-    bool plain = initialNormalised;  // then, while upper + 1 does not wrap, the list is the model's union
+    // A normalised start and no upper at 2147483647 (whose upper + 1 wraps, deliberately): the model's union.
+    bool plain = initialNormalised && std::none_of(initial.begin(), initial.end(), [](R r) { return r.upper == INT32_MAX; });
     for (size_t i = 0; i < arrivals.size(); ++i) {
         const R r = arrivals[i];
         plain = plain && r.lower <= r.upper && r.upper < INT32_MAX;
