@@ -86,10 +86,12 @@ inline int finestLevel(int32_t finestBlock) {
 }
 
 // The key of a range (lower <= upper): the narrowest block, from level
-// `finest` up, that holds it in either grid (grid 0 first). Level 32's grid 0
-// holds every range.
+// `finest` up, that holds it in either grid (grid 0 first). Blocks narrower
+// than the range are not tried; level 32's grid 0 holds every range.
 inline int64_t keyOfRange(Range32 r, int finest) {
-    for (int level = finest;; ++level)
+    const uint64_t width = uint64_t{static_cast<uint32_t>(r.upper) - static_cast<uint32_t>(r.lower)} + 1;
+    const int widthLevel = width == 1 ? 0 : 64 - __builtin_clzll(width - 1);  // 2^widthLevel >= width
+    for (int level = std::max(finest, widthLevel);; ++level)
         for (int grid = 0; grid < gridsAt(level); ++grid)
             if (blockOf(r.lower, level, grid) == blockOf(r.upper, level, grid))
                 return keyOf(level, grid, blockOf(r.lower, level, grid));

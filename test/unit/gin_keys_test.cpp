@@ -123,8 +123,9 @@ TEST(GinKeys, ARangeHasOneKeyLessThanFourTimesItsLength) {
         const int level = static_cast<int>((key >> 32) / kGrids), grid = static_cast<int>((key >> 32) % kGrids);
         const uint64_t block = static_cast<uint64_t>(key) & 0xffffffffu;
         ASSERT_GE(level, finest);
-        ASSERT_EQ(blockOf(r.lower, level, grid), block);
-        ASSERT_EQ(blockOf(r.upper, level, grid), block);
+        ASSERT_TRUE(blockOf(r.lower, level, grid) == block && blockOf(r.upper, level, grid) == block);  // it holds the range
+        for (int g = 0; level > finest && g < gridsAt(level - 1); ++g)  // the narrowest block that holds it
+            EXPECT_NE(blockOf(r.lower, level - 1, g), blockOf(r.upper, level - 1, g)) << lo << " " << hi;
         const uint64_t length = static_cast<uint64_t>(hi - lo) + 1;
         EXPECT_LE(uint64_t{1} << level, std::max<uint64_t>(uint64_t{1} << finest, 4 * length)) << lo << " " << hi;
     }
