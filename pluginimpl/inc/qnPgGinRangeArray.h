@@ -215,7 +215,7 @@ bool allocate(QueryPlan& plan, uint64_t capacity) {
 
 }  // namespace detail
 
-// A set holding the value: the value's block at every level.
+// A set holding the value: the value's block at every level, in both grids.
 template <qn::pg::AllocFn A>
 bool planHoldsValue(int32_t v, int finest, QueryPlan& plan) {
     if (!detail::allocate<A>(plan, kLevels * kGrids + 1)) return false;
