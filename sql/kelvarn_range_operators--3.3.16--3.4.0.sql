@@ -15,30 +15,42 @@
 -- READ_ONLY, which also makes the aggregates usable as running window
 -- aggregates. PostgreSQL has no ALTER AGGREGATE for this property, and dropping
 -- the aggregates would drop the users' views over them, so the catalog row is
--- updated in place (the extension script runs as superuser).
+-- updated in place (the extension script runs as superuser). The statement runs
+-- with the search path pinned to pg_catalog, so that no object of the target
+-- schema can stand in for a built-in one, and names the aggregates by schema.
 
-UPDATE pg_catalog.pg_aggregate SET aggfinalmodify = 'r'
-WHERE aggfnoid IN ('int4range_op_agg(int4, int4[])'::regprocedure,
-                   'int4set_agg(int4, "char")'::regprocedure,
-                   'int4set_agg(int4, int4, "char")'::regprocedure,
-                   'int4set_agg("char", int4[], "char")'::regprocedure,
-                   'int4set_agg_optimized(int4, int4, "char")'::regprocedure,
-                   'int4set_agg_optimized(int4, int4, int4, "char")'::regprocedure,
-                   'int4set_agg_optimized("char", int4[], int4, "char")'::regprocedure,
-                   'agg_keep_single(anyelement)'::regprocedure,
-                   'agg_keep_single(anyelement, bool)'::regprocedure);
+DO $finalmodify$
+DECLARE
+    caller_path pg_catalog.text := pg_catalog.current_setting('search_path');
+BEGIN
+    PERFORM pg_catalog.set_config('search_path', 'pg_catalog, pg_temp', true);
+    UPDATE pg_catalog.pg_aggregate SET aggfinalmodify = 'r'
+    WHERE aggfnoid::pg_catalog.oid OPERATOR(pg_catalog.=) ANY (ARRAY[
+        '@extschema@.int4range_op_agg(pg_catalog.int4, pg_catalog.int4[])',
+        '@extschema@.int4set_agg(pg_catalog.int4, pg_catalog."char")',
+        '@extschema@.int4set_agg(pg_catalog.int4, pg_catalog.int4, pg_catalog."char")',
+        '@extschema@.int4set_agg(pg_catalog."char", pg_catalog.int4[], pg_catalog."char")',
+        '@extschema@.int4set_agg_optimized(pg_catalog.int4, pg_catalog.int4, pg_catalog."char")',
+        '@extschema@.int4set_agg_optimized(pg_catalog.int4, pg_catalog.int4, pg_catalog.int4, pg_catalog."char")',
+        '@extschema@.int4set_agg_optimized(pg_catalog."char", pg_catalog.int4[], pg_catalog.int4, pg_catalog."char")',
+        '@extschema@.agg_keep_single(pg_catalog.anyelement)',
+        '@extschema@.agg_keep_single(pg_catalog.anyelement, pg_catalog.bool)'
+    ]::pg_catalog.regprocedure[]::pg_catalog.oid[]);
+    PERFORM pg_catalog.set_config('search_path', caller_path, true);
+END
+$finalmodify$;
 
-COMMENT ON FUNCTION qn_int4range_op_finalfn(internal) IS
+COMMENT ON FUNCTION qn_int4range_op_finalfn(pg_catalog.internal) IS
     'final function of int4range_op_agg: closes the groups still open and returns the range array; only reads the state';
-COMMENT ON FUNCTION qn_int4set_agg_finalfn(internal) IS
+COMMENT ON FUNCTION qn_int4set_agg_finalfn(pg_catalog.internal) IS
     'final function of int4set_agg: the set in the output form; only reads the state';
-COMMENT ON FUNCTION qn_int4set_agg_optimized_finalfn(internal) IS
+COMMENT ON FUNCTION qn_int4set_agg_optimized_finalfn(pg_catalog.internal) IS
     'final function of int4set_agg_optimized: the set in the output form; only reads the state';
-COMMENT ON FUNCTION qn_agg_keep_single_finalfn(internal, anyelement) IS
+COMMENT ON FUNCTION qn_agg_keep_single_finalfn(pg_catalog.internal, pg_catalog.anyelement) IS
     'final function of agg_keep_single(value): the kept value or NULL; only reads the state';
-COMMENT ON FUNCTION qn_agg_keep_single_finalfn(internal, anyelement, bool) IS
+COMMENT ON FUNCTION qn_agg_keep_single_finalfn(pg_catalog.internal, pg_catalog.anyelement, pg_catalog.bool) IS
     'final function of agg_keep_single(value, policy): the kept value or NULL; only reads the state';
-COMMENT ON FUNCTION qn_int4set_agg_deserialfn(bytea, internal) IS
+COMMENT ON FUNCTION qn_int4set_agg_deserialfn(pg_catalog.bytea, pg_catalog.internal) IS
     'deserial function of int4set_agg: a partial state from its bytea form, including one that saw rows without members';
 
 -- core range types: int4range
@@ -47,24 +59,24 @@ COMMENT ON FUNCTION qn_int4set_agg_deserialfn(bytea, internal) IS
 -- closed range [lower, upper] is the int4range '[lower,upper+1)'; the int4
 -- extremes -2147483648 and 2147483647 stand for an unbounded end, both ways.
 
-CREATE FUNCTION qn_rangepacked_from_int4range(int4range) RETURNS int8
+CREATE FUNCTION qn_rangepacked_from_int4range(pg_catalog.int4range) RETURNS pg_catalog.int8
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangepacked_from_int4range(int4range) IS
+COMMENT ON FUNCTION qn_rangepacked_from_int4range(pg_catalog.int4range) IS
     'packed range of a non-empty int4range; an unbounded end becomes -2147483648 or 2147483647';
 
-CREATE FUNCTION qn_rangepacked_to_int4range(int8) RETURNS int4range
+CREATE FUNCTION qn_rangepacked_to_int4range(pg_catalog.int8) RETURNS pg_catalog.int4range
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangepacked_to_int4range(int8) IS
+COMMENT ON FUNCTION qn_rangepacked_to_int4range(pg_catalog.int8) IS
     'int4range of a packed range; a bound at -2147483648 or 2147483647 becomes an unbounded end';
 
-CREATE FUNCTION qn_rangearray_from_int4ranges(int4range[]) RETURNS int4[]
+CREATE FUNCTION qn_rangearray_from_int4ranges(pg_catalog.int4range[]) RETURNS pg_catalog.int4[]
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangearray_from_int4ranges(int4range[]) IS
+COMMENT ON FUNCTION qn_rangearray_from_int4ranges(pg_catalog.int4range[]) IS
     'normalised range array of the int4ranges of an array of any shape and order; NULL elements and empty ranges add nothing';
 
-CREATE FUNCTION qn_rangearray_to_int4ranges(int4[]) RETURNS int4range[]
+CREATE FUNCTION qn_rangearray_to_int4ranges(pg_catalog.int4[]) RETURNS pg_catalog.int4range[]
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangearray_to_int4ranges(int4[]) IS
+COMMENT ON FUNCTION qn_rangearray_to_int4ranges(pg_catalog.int4[]) IS
     'one int4range per pair of the range array, in pair order; a pair with lower > upper gives the empty range';
 
 -- range arrays as rows
@@ -75,26 +87,26 @@ COMMENT ON FUNCTION qn_rangearray_to_int4ranges(int4[]) IS
 -- come in array order as they are; normalise the array first for a sorted set
 -- without repeats.
 
-CREATE FUNCTION qn_rangearray_unnest(int4[]) RETURNS TABLE (lower int4, upper int4)
+CREATE FUNCTION qn_rangearray_unnest(pg_catalog.int4[]) RETURNS TABLE (lower pg_catalog.int4, upper pg_catalog.int4)
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangearray_unnest(int4[]) IS
+COMMENT ON FUNCTION qn_rangearray_unnest(pg_catalog.int4[]) IS
     'the pairs of a range array as (lower, upper) rows, in array order';
 
-CREATE FUNCTION qn_rangearray_members(int4[]) RETURNS SETOF int4
+CREATE FUNCTION qn_rangearray_members(pg_catalog.int4[]) RETURNS SETOF pg_catalog.int4
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangearray_members(int4[]) IS
+COMMENT ON FUNCTION qn_rangearray_members(pg_catalog.int4[]) IS
     'every integer of every pair of a range array, pair by pair; pairs with lower > upper add nothing';
 
 -- packed ranges as text
 
-CREATE FUNCTION qn_rangepacked_to_text(int8) RETURNS text
+CREATE FUNCTION qn_rangepacked_to_text(pg_catalog.int8) RETURNS pg_catalog.text
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangepacked_to_text(int8) IS
+COMMENT ON FUNCTION qn_rangepacked_to_text(pg_catalog.int8) IS
     'packed range as the text [lower,upper], bounds as stored';
 
-CREATE FUNCTION qn_rangepacked_from_text(text) RETURNS int8
+CREATE FUNCTION qn_rangepacked_from_text(pg_catalog.text) RETURNS pg_catalog.int8
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangepacked_from_text(text) IS
+COMMENT ON FUNCTION qn_rangepacked_from_text(pg_catalog.text) IS
     'packed range of the text [lower,upper]; upper must not be below lower';
 
 -- normalising range arrays
@@ -102,24 +114,24 @@ COMMENT ON FUNCTION qn_rangepacked_from_text(text) IS
 -- Read as plain sets of integers: any order, overlaps and inverted pairs (which
 -- hold nothing) are allowed. A normalised input costs one linear pass.
 
-CREATE FUNCTION qn_rangearray_normalise(int4[]) RETURNS int4[]
+CREATE FUNCTION qn_rangearray_normalise(pg_catalog.int4[]) RETURNS pg_catalog.int4[]
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangearray_normalise(int4[]) IS
+COMMENT ON FUNCTION qn_rangearray_normalise(pg_catalog.int4[]) IS
     'the normalised range array of the same integers: sorted, inverted pairs dropped, overlapping and adjacent ranges merged';
 
-CREATE FUNCTION qn_rangearray_is_normalised(int4[]) RETURNS bool
+CREATE FUNCTION qn_rangearray_is_normalised(pg_catalog.int4[]) RETURNS pg_catalog.bool
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangearray_is_normalised(int4[]) IS
+COMMENT ON FUNCTION qn_rangearray_is_normalised(pg_catalog.int4[]) IS
     'true when the range array is ascending, lower <= upper in each pair, and its ranges neither overlap nor touch';
 
-CREATE FUNCTION qn_rangearray_is_empty(int4[]) RETURNS bool
+CREATE FUNCTION qn_rangearray_is_empty(pg_catalog.int4[]) RETURNS pg_catalog.bool
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangearray_is_empty(int4[]) IS
+COMMENT ON FUNCTION qn_rangearray_is_empty(pg_catalog.int4[]) IS
     'true when the range array holds no integer; both forms of {} are empty';
 
-CREATE FUNCTION qn_rangearray_equal(int4[], int4[]) RETURNS bool
+CREATE FUNCTION qn_rangearray_equal(pg_catalog.int4[], pg_catalog.int4[]) RETURNS pg_catalog.bool
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_rangearray_equal(int4[], int4[]) IS
+COMMENT ON FUNCTION qn_rangearray_equal(pg_catalog.int4[], pg_catalog.int4[]) IS
     'true when the two range arrays hold the same integers, whatever their order, overlaps or form of {}';
 
 -- core range types: int4multirange (PostgreSQL 14 and later)
@@ -131,33 +143,33 @@ COMMENT ON FUNCTION qn_rangearray_equal(int4[], int4[]) IS
 
 DO $multirange$
 BEGIN
-    IF current_setting('server_version_num')::int < 140000 THEN
+    IF pg_catalog.current_setting('server_version_num')::pg_catalog.int4 OPERATOR(pg_catalog.<) 140000 THEN
         RETURN;
     END IF;
 
     EXECUTE $sql$
-    CREATE FUNCTION qn_rangearray_from_int4multirange(int4multirange) RETURNS int4[]
+    CREATE FUNCTION qn_rangearray_from_int4multirange(pg_catalog.int4multirange) RETURNS pg_catalog.int4[]
         AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE $sql$;
     EXECUTE $sql$
-    COMMENT ON FUNCTION qn_rangearray_from_int4multirange(int4multirange) IS
+    COMMENT ON FUNCTION qn_rangearray_from_int4multirange(pg_catalog.int4multirange) IS
         'range array of an int4multirange; an unbounded end becomes -2147483648 or 2147483647' $sql$;
 
     EXECUTE $sql$
-    CREATE FUNCTION qn_rangearray_to_int4multirange(int4[]) RETURNS int4multirange
+    CREATE FUNCTION qn_rangearray_to_int4multirange(pg_catalog.int4[]) RETURNS pg_catalog.int4multirange
         AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE $sql$;
     EXECUTE $sql$
-    COMMENT ON FUNCTION qn_rangearray_to_int4multirange(int4[]) IS
+    COMMENT ON FUNCTION qn_rangearray_to_int4multirange(pg_catalog.int4[]) IS
         'int4multirange of a range array of any order; pairs with lower > upper add nothing' $sql$;
 
     EXECUTE $sql$
-    CREATE CAST (int4multirange AS int4[]) WITH FUNCTION qn_rangearray_from_int4multirange(int4multirange) $sql$;
+    CREATE CAST (pg_catalog.int4multirange AS pg_catalog.int4[]) WITH FUNCTION qn_rangearray_from_int4multirange(pg_catalog.int4multirange) $sql$;
     EXECUTE $sql$
-    COMMENT ON CAST (int4multirange AS int4[]) IS 'the range array of the multirange' $sql$;
+    COMMENT ON CAST (pg_catalog.int4multirange AS pg_catalog.int4[]) IS 'the range array of the multirange' $sql$;
 
     EXECUTE $sql$
-    CREATE CAST (int4[] AS int4multirange) WITH FUNCTION qn_rangearray_to_int4multirange(int4[]) $sql$;
+    CREATE CAST (pg_catalog.int4[] AS pg_catalog.int4multirange) WITH FUNCTION qn_rangearray_to_int4multirange(pg_catalog.int4[]) $sql$;
     EXECUTE $sql$
-    COMMENT ON CAST (int4[] AS int4multirange) IS 'the multirange of the range array' $sql$;
+    COMMENT ON CAST (pg_catalog.int4[] AS pg_catalog.int4multirange) IS 'the multirange of the range array' $sql$;
 END
 $multirange$;
 
@@ -171,47 +183,47 @@ $multirange$;
 -- more than a comparison. The estimators and the support function take
 -- internal and cannot be called with user data.
 
-CREATE FUNCTION qn_range_sel(internal, oid, internal, int4) RETURNS float8
+CREATE FUNCTION qn_range_sel(pg_catalog.internal, pg_catalog.oid, pg_catalog.internal, pg_catalog.int4) RETURNS pg_catalog.float8
     AS 'MODULE_PATHNAME' LANGUAGE C STABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_range_sel(internal, oid, internal, int4) IS
+COMMENT ON FUNCTION qn_range_sel(pg_catalog.internal, pg_catalog.oid, pg_catalog.internal, pg_catalog.int4) IS
     'restriction selectivity of the membership and overlap operators, from the column''s statistics';
 
-CREATE FUNCTION qn_range_joinsel(internal, oid, internal, int2, internal) RETURNS float8
+CREATE FUNCTION qn_range_joinsel(pg_catalog.internal, pg_catalog.oid, pg_catalog.internal, pg_catalog.int2, pg_catalog.internal) RETURNS pg_catalog.float8
     AS 'MODULE_PATHNAME' LANGUAGE C STABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_range_joinsel(internal, oid, internal, int2, internal) IS
+COMMENT ON FUNCTION qn_range_joinsel(pg_catalog.internal, pg_catalog.oid, pg_catalog.internal, pg_catalog.int2, pg_catalog.internal) IS
     'join selectivity of the membership and overlap operators, from the statistics of both columns';
 
-CREATE FUNCTION qn_range_support(internal) RETURNS internal
+CREATE FUNCTION qn_range_support(pg_catalog.internal) RETURNS pg_catalog.internal
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_range_support(internal) IS
+COMMENT ON FUNCTION qn_range_support(pg_catalog.internal) IS
     'planner support of the membership and overlap tests: index conditions and selectivity of their calls';
 
-ALTER OPERATOR <@ (int4, int4[]) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
-ALTER OPERATOR <@ (int4, bytea) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
-ALTER OPERATOR <@ (int4, int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
-ALTER OPERATOR @> (int8, int4) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
-ALTER OPERATOR && (int8, int4[]) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
-ALTER OPERATOR && (int8, int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
-ALTER OPERATOR <@ (int8, int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
-ALTER OPERATOR @> (int8, int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR <@ (pg_catalog.int4, pg_catalog.int4[]) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR <@ (pg_catalog.int4, pg_catalog.bytea) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR <@ (pg_catalog.int4, pg_catalog.int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR @> (pg_catalog.int8, pg_catalog.int4) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR && (pg_catalog.int8, pg_catalog.int4[]) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR && (pg_catalog.int8, pg_catalog.int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR <@ (pg_catalog.int8, pg_catalog.int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
+ALTER OPERATOR @> (pg_catalog.int8, pg_catalog.int8) SET (RESTRICT = qn_range_sel, JOIN = qn_range_joinsel);
 
-ALTER FUNCTION qn_int4_in_rangearray(int4, int4[]) SUPPORT qn_range_support;
-ALTER FUNCTION qn_int4_in_rangebitfield(int4, bytea) SUPPORT qn_range_support;
-ALTER FUNCTION qn_int4_in_packedrange(int4, int8) SUPPORT qn_range_support;
-ALTER FUNCTION qn_int4rangepacked_contains_int4(int8, int4) SUPPORT qn_range_support;
-ALTER FUNCTION qn_int4rangepacked_contains_int4(int8, int4, int8) SUPPORT qn_range_support;
-ALTER FUNCTION qn_int4rangepacked_in_rangearray(int8, int4[]) SUPPORT qn_range_support;
-ALTER FUNCTION qn_int4rangepacked_in_int4rangepacked(int8, int8) SUPPORT qn_range_support;
-ALTER FUNCTION qn_int4rangepacked_included_in_int4rangepacked(int8, int8) SUPPORT qn_range_support;
-ALTER FUNCTION qn_int4rangepacked_contains_int4rangepacked(int8, int8) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4_in_rangearray(pg_catalog.int4, pg_catalog.int4[]) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4_in_rangebitfield(pg_catalog.int4, pg_catalog.bytea) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4_in_packedrange(pg_catalog.int4, pg_catalog.int8) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_contains_int4(pg_catalog.int8, pg_catalog.int4) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_contains_int4(pg_catalog.int8, pg_catalog.int4, pg_catalog.int8) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_in_rangearray(pg_catalog.int8, pg_catalog.int4[]) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_in_int4rangepacked(pg_catalog.int8, pg_catalog.int8) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_included_in_int4rangepacked(pg_catalog.int8, pg_catalog.int8) SUPPORT qn_range_support;
+ALTER FUNCTION qn_int4rangepacked_contains_int4rangepacked(pg_catalog.int8, pg_catalog.int8) SUPPORT qn_range_support;
 
-ALTER FUNCTION qn_int4_in_rangearray(int4, int4[]) COST 5;
-ALTER FUNCTION qn_int4range_overlap_rangearray(int4[], int4[]) COST 5;
-ALTER FUNCTION qn_int4rangepacked_in_rangearray(int8, int4[]) COST 5;
-ALTER FUNCTION qn_int4_in_rangebitfield(int4, bytea) COST 5;
-ALTER FUNCTION qn_int4rangepacked_in_rangebitfield(int8, bytea) COST 5;
-ALTER FUNCTION qn_int4set_overlap_bitfield("char", int4[], bytea) COST 5;
-ALTER FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) COST 5;
+ALTER FUNCTION qn_int4_in_rangearray(pg_catalog.int4, pg_catalog.int4[]) COST 5;
+ALTER FUNCTION qn_int4range_overlap_rangearray(pg_catalog.int4[], pg_catalog.int4[]) COST 5;
+ALTER FUNCTION qn_int4rangepacked_in_rangearray(pg_catalog.int8, pg_catalog.int4[]) COST 5;
+ALTER FUNCTION qn_int4_in_rangebitfield(pg_catalog.int4, pg_catalog.bytea) COST 5;
+ALTER FUNCTION qn_int4rangepacked_in_rangebitfield(pg_catalog.int8, pg_catalog.bytea) COST 5;
+ALTER FUNCTION qn_int4set_overlap_bitfield(pg_catalog."char", pg_catalog.int4[], pg_catalog.bytea) COST 5;
+ALTER FUNCTION qn_int4set_included_in_bitfield(pg_catalog."char", pg_catalog.int4[], pg_catalog.bytea) COST 5;
 
 -- GiST: index-only scans
 --
@@ -220,17 +232,17 @@ ALTER FUNCTION qn_int4set_included_in_bitfield("char", int4[], bytea) COST 5;
 -- needs only the indexed column is answered from the index alone, without
 -- visiting the table's pages that the visibility map shows all-visible.
 
-CREATE FUNCTION qn_gist_range_fetch_int4(internal) RETURNS internal
+CREATE FUNCTION qn_gist_range_fetch_int4(pg_catalog.internal) RETURNS pg_catalog.internal
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_gist_range_fetch_int4(internal) IS
+COMMENT ON FUNCTION qn_gist_range_fetch_int4(pg_catalog.internal) IS
     'GiST fetch for int4 columns: the value v of the leaf key [v; v]';
 
-CREATE FUNCTION qn_gist_range_fetch_int8(internal) RETURNS internal
+CREATE FUNCTION qn_gist_range_fetch_int8(pg_catalog.internal) RETURNS pg_catalog.internal
     AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-COMMENT ON FUNCTION qn_gist_range_fetch_int8(internal) IS
+COMMENT ON FUNCTION qn_gist_range_fetch_int8(pg_catalog.internal) IS
     'GiST fetch for packed-range columns: the leaf key is the packed range itself';
 
 ALTER OPERATOR FAMILY qn_gist_int4_ops USING gist ADD
-    FUNCTION 9 (int4, int4) qn_gist_range_fetch_int4(internal);
+    FUNCTION 9 (pg_catalog.int4, pg_catalog.int4) qn_gist_range_fetch_int4(pg_catalog.internal);
 ALTER OPERATOR FAMILY qn_gist_rangepacked_ops USING gist ADD
-    FUNCTION 9 (int8, int8) qn_gist_range_fetch_int8(internal);
+    FUNCTION 9 (pg_catalog.int8, pg_catalog.int8) qn_gist_range_fetch_int8(pg_catalog.internal);
