@@ -92,10 +92,25 @@ inline bool keyContains(int64_t key, int64_t query) {
 // Strategy 16: the key contains the value.
 inline bool keyContainsValue(int64_t key, int32_t v) { return packedLower(key) <= v && v <= packedUpper(key); }
 
-// Strategies 1 and 11: some pair of a range array (sorted by lower bound) overlaps the key.
+// Strategy 11: the packed range test itself, a forward scan that stops early on
+// the assumption that the list is sorted. Whatever the list's order, a key that
+// covers a range it accepts is accepted too, so it serves inner keys as well.
 inline bool keyMeetsRangeArray(int64_t key, const qn::pgRangeArray::Range<int32_t>* first,
                                const qn::pgRangeArray::Range<int32_t>* last) {
     return qn::pgRangeArray::rangeOverlapsList(packedLower(key), packedUpper(key), first, last);
+}
+
+// Strategy 1. At a leaf, the key [v; v] answers exactly as `v <@ array` does: the
+// same binary search, which on an unsorted list may miss a range that holds v.
+// Whatever the search finds holds v, so an inner key needs some range of the list,
+// in any order, to meet it: every range is looked at.
+inline bool keyMayHoldMember(int64_t key, const qn::pgRangeArray::Range<int32_t>* first,
+                             const qn::pgRangeArray::Range<int32_t>* last, bool leaf) {
+    const int32_t kl = packedLower(key), kh = packedUpper(key);
+    if (leaf) return qn::pgRangeArray::inRangeArray(first, last, kl);
+    for (; first != last; ++first)
+        if (first->lower <= kh && kl <= first->upper && first->lower <= first->upper) return true;
+    return false;
 }
 
 // Strategy 2 over a non-empty bitfield. At a leaf only the key's lower bound is

@@ -28,19 +28,24 @@ GISTENTRY* compressedEntry(const GISTENTRY* entry, int64 key) {
     QN_ERROR(ERRCODE_INDEX_CORRUPTED, "computePenalty", "GIST compute penalty new range is smaller than original one");
 }
 
-// Strategies 1 and 11: the query is a range array, sorted by lower bound.
-// One that is not one-dimensional or holds NULLs matches nothing. An odd last
-// element is read as the operators read it, so that the index answers as a
-// sequential scan does: `v <@ array` ignores it, `packed && array` refuses the
-// array with the operator's own error.
-bool consistentWithRangeArray(FunctionCallInfo fcinfo, StrategyNumber strategy, int64 key) {
-    const char* function = "qn_gist_range_consistent";
+// Strategies 1 and 11: the query is a range array. One that is not
+// one-dimensional or holds NULLs matches nothing. An odd last element is read as
+// the operators read it: `v <@ array` ignores it, and `packed && array` refuses
+// the array on every row it tests, so every key is a candidate and each live row
+// reaches the operator, which raises its error just as a sequential scan does
+// (and a scan that finds no live row raises nothing, like a sequential one).
+// Sets *maybe when the key can only be kept as a candidate for the operator.
+bool consistentWithRangeArray(FunctionCallInfo fcinfo, StrategyNumber strategy, int64 key, bool leaf, bool* maybe) {
     const ArrayType* query = qn::pg::arrayArgumentCached(fcinfo, 1);
     if (ARR_ELEMTYPE(query) != INT4OID)
-        QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "accept only int4[] with an even size");
+        QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, "qn_gist_range_consistent", "accept only int4[] with an even size");
     const Int4Elements e = qn::pg::readInt4Elements(query);
-    if ((e.count & 1) && strategy == qn::gist::RangeOverlapsRangeArray)
-        QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, "qn_int4rangepacked_in_rangearray", "invalid range array");
+    if (strategy == qn::gist::ValueInRangeArray)
+        return qn::gist::keyMayHoldMember(key, e.rangesBegin(), e.rangesEnd(), leaf);
+    if (e.count & 1) {
+        *maybe = true;
+        return true;
+    }
     return qn::gist::keyMeetsRangeArray(key, e.rangesBegin(), e.rangesEnd());
 }
 
@@ -59,11 +64,15 @@ QN_FUNCTION_INFO_V1(qn_gist_range_same)
 
 // consistent(entry, query, strategy, subtype, recheck): can the key, or a key
 // below it, satisfy `column <op> query`? Leaf keys are the indexed values
-// themselves, so a leaf answer is exact and recheck ends false; on inner pages
-// GiST ignores recheck. Strategy 2 tests only a leaf key's lower bound, which is
-// the whole key for an int4 column. The subtype (the operator's right-hand type)
-// serves only to refuse an operator class that maps a by-value operand to a
-// strategy whose query is an array or a bitfield, which would be read as a pointer.
+// themselves and each leaf test is the operator's own test, so a leaf answer is
+// exact and recheck ends false, except where the operator would raise (an odd
+// range array for &&, a malformed bitfield): the key is then a candidate with
+// recheck, so the operator raises on the rows that reach it and nowhere else. On
+// inner pages GiST ignores recheck. Strategy 2 tests only a leaf key's lower
+// bound, which is the whole key for an int4 column. The subtype (the operator's
+// right-hand type) serves only to refuse an operator class that maps a by-value
+// operand to a strategy whose query is an array or a bitfield, which would be
+// read as a pointer.
 Datum qn_gist_range_consistent(PG_FUNCTION_ARGS) {
     using namespace qn::gist;
     const char* function = "qn_gist_range_consistent";
@@ -82,16 +91,18 @@ Datum qn_gist_range_consistent(PG_FUNCTION_ARGS) {
     const bool leaf = GIST_LEAF(entry);
     const int64 key = DatumGetInt64(entry->key);
     bool result = false;
+    bool maybe = false;
     switch (strategy) {
         case ValueInRangeArray:
-        case RangeOverlapsRangeArray: result = consistentWithRangeArray(fcinfo, strategy, key); break;
+        case RangeOverlapsRangeArray: result = consistentWithRangeArray(fcinfo, strategy, key, leaf, &maybe); break;
         case ValueInBitField: {
+            const varlena* value = qn::pg::detoastArgumentCached(fcinfo, 1);
             qn::bitfield::BitFieldView bf;
-            if (!qn::pg::getBitFieldInfo(qn::pg::detoastArgumentCached(fcinfo, 1), bf, function)) {
-                *recheck = false;
-                PG_RETURN_BOOL(false);
+            switch (qn::bitfield::readBitField(reinterpret_cast<const uint8*>(value), VARSIZE(value), bf)) {
+                case qn::bitfield::BitFieldRead::Ok: result = keyMeetsBitField(key, bf, leaf); break;
+                case qn::bitfield::BitFieldRead::Empty: result = false; break;
+                case qn::bitfield::BitFieldRead::Invalid: result = maybe = true; break;
             }
-            result = keyMeetsBitField(key, bf, leaf);
             break;
         }
         case ValueInPackedRange:
@@ -100,7 +111,7 @@ Datum qn_gist_range_consistent(PG_FUNCTION_ARGS) {
         case RangeContainsRange: result = keyContains(key, PG_GETARG_INT64(1)); break;
         case RangeContainsValue: result = keyContainsValue(key, PG_GETARG_INT32(1)); break;
     }
-    *recheck = !leaf;
+    *recheck = !leaf || maybe;
     PG_RETURN_BOOL(result);
 }
 

@@ -106,6 +106,36 @@ FROM (VALUES ('INSERT INTO gp2 VALUES (0, (5::int8 << 32) | 7) RETURNING id'),
              ('SELECT count(*) FROM gi WHERE v <@ qn_int4set2bitfield_int4(''s'', ''{}'')'),
              ('SELECT count(*) FROM gp WHERE r && ''{}''::int4[]')) t(q);
 
+-- Queries the operators read their own way give the sequential scan's answer, or its error, through the index: an
+-- unsorted range array (`v <@` binary-searches it), an odd one for && and a malformed bitfield, which the operators
+-- refuse on each row they test: where every row is deleted, neither plan raises.
+CREATE TABLE gsmall AS SELECT i AS id, i AS v, qn_range_pack(i, i + 1) AS r FROM generate_series(0, 30) i;
+CREATE TABLE gnone WITH (autovacuum_enabled = off) AS SELECT * FROM gsmall;
+CREATE INDEX gsmall_v ON gsmall USING gist (v qn_gist_int4_ops);
+CREATE INDEX gsmall_r ON gsmall USING gist (r qn_gist_rangepacked_ops);
+CREATE INDEX gnone_v ON gnone USING gist (v qn_gist_int4_ops);
+CREATE INDEX gnone_r ON gnone USING gist (r qn_gist_rangepacked_ops);
+DELETE FROM gnone;
+CREATE FUNCTION pg_temp.both_ways(q text, tbl text, OUT by_index text, OUT index_used bool, OUT as_sequential_scan bool)
+LANGUAGE plpgsql AS $$
+DECLARE sequential text;
+BEGIN
+    PERFORM set_config('enable_seqscan', 'on', true), set_config('enable_indexscan', 'off', true),
+            set_config('enable_bitmapscan', 'off', true);
+    sequential := pg_temp.run(q);
+    PERFORM set_config('enable_seqscan', 'off', true), set_config('enable_indexscan', 'on', true),
+            set_config('enable_bitmapscan', 'on', true);
+    by_index := pg_temp.run(q);
+    index_used := pg_temp.plan_has(q, tbl || '_');
+    as_sequential_scan := by_index = sequential;
+END $$;
+SELECT tbl, clause, r.*
+FROM (VALUES ('v <@ ''{10,20,1,2,3,5}''::int4[]'), ('v <@ ''{1,2,3}''::int4[]'), ('r && ''{1,5,10}''::int4[]'),
+             ('v <@ ''\x0102''::bytea')) c(clause),
+     (VALUES ('gsmall'), ('gnone')) t(tbl),
+     LATERAL pg_temp.both_ways(format('SELECT string_agg(id::text, '','' ORDER BY id) FROM %s WHERE %s', tbl, clause), tbl) r
+ORDER BY tbl DESC, clause;
+
 -- Unimplemented strategies and by-value operands to pointer strategies fail cleanly.
 CREATE OPERATOR CLASS misfit_strategies FOR TYPE int8 USING gist AS
     OPERATOR 1 <= (int8, int8), OPERATOR 2 >= (int8, int8), OPERATOR 4 = (int8, int8), OPERATOR 12 < (int8, int8),
