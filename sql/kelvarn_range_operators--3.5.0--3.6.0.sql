@@ -24,3 +24,42 @@ ALTER DOMAIN @extschema@.qn_rangearray ADD CONSTRAINT qn_rangearray_normalised C
         AND pg_catalog.array_position(VALUE, NULL) IS NULL
         AND (pg_catalog.cardinality(VALUE) OPERATOR(pg_catalog.%) 2) OPERATOR(pg_catalog.=) 0
         AND @extschema@.qn_rangearray_is_normalised(VALUE)));
+
+-- ~&& between two range arrays has a commutator of its own
+--
+-- qn_int4range_is_overlap walks its two lists in different roles, so on lists
+-- that are not normalised (inverted pairs) a ~&& b and b ~&& a can differ; ~&&
+-- was declared its own commutator, and the planner, trusting that, dropped rows
+-- through partial indexes and constraint exclusion. Its commutator is now &&~,
+-- which is ~&& with the operands swapped: `a ~&& column` still becomes an index
+-- condition, `column &&~ a`, rechecked with the operands in their own order.
+-- PostgreSQL before 17 cannot change a commutator with ALTER OPERATOR, and
+-- dropping ~&& would drop the operator class and the users' indexes, so its
+-- catalog row is changed in place, under a pinned search path.
+
+CREATE FUNCTION qn_int4range_is_overlap_commuted(pg_catalog.int4[], pg_catalog.int4[]) RETURNS pg_catalog.bool
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+COMMENT ON FUNCTION qn_int4range_is_overlap_commuted(pg_catalog.int4[], pg_catalog.int4[]) IS
+    'qn_int4range_is_overlap with the arguments swapped: true when the second range array shares a member with the first';
+
+DO $commutator$
+DECLARE
+    caller_path pg_catalog.text := pg_catalog.current_setting('search_path');
+BEGIN
+    PERFORM pg_catalog.set_config('search_path', 'pg_catalog, pg_temp', true);
+    UPDATE pg_catalog.pg_operator SET oprcom = 0
+    WHERE oid OPERATOR(pg_catalog.=)
+          '@extschema@.~&&(pg_catalog.int4[], pg_catalog.int4[])'::pg_catalog.regoperator::pg_catalog.oid;
+    PERFORM pg_catalog.set_config('search_path', caller_path, true);
+END
+$commutator$;
+
+CREATE OPERATOR &&~ (
+    LEFTARG = pg_catalog.int4[], RIGHTARG = pg_catalog.int4[], FUNCTION = qn_int4range_is_overlap_commuted,
+    COMMUTATOR = ~&&, RESTRICT = qn_range_sel, JOIN = qn_range_joinsel
+);
+COMMENT ON OPERATOR &&~ (pg_catalog.int4[], pg_catalog.int4[]) IS
+    'a &&~ b is b ~&& a: the commutator of ~&&, so that `a ~&& column` can use a GIN index';
+
+ALTER OPERATOR FAMILY qn_gin_rangearray_ops USING gin ADD
+    OPERATOR 6 &&~ (pg_catalog.int4[], pg_catalog.int4[]);

@@ -57,7 +57,8 @@ enum Strategy : uint16_t {
     OverlapsSet = 2,        // int4[] ~&& int4[]
     ContainsSet = 3,        // int4[] ~@> int4[]
     ContainedInSet = 4,     // int4[] ~<@ int4[]
-    OverlapsPackedRange = 5 // int4[] ~&& int8
+    OverlapsPackedRange = 5, // int4[] ~&& int8
+    OverlappedBySet = 6      // int4[] &&~ int4[]: ~&& with the operands swapped
 };
 
 // The block of value v at level l in grid g (grid 1 only from level 1 on).

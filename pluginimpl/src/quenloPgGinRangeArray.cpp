@@ -73,6 +73,7 @@ QueryPlan planQuery(Datum query, StrategyNumber strategy, int finest, bool& ever
             break;
         }
         case OverlapsSet:
+        case OverlappedBySet:
         case ContainedInSet:
         case ContainsSet: {
             const SetQuery q = readSetQuery(query);

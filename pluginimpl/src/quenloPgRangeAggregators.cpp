@@ -28,8 +28,8 @@ struct RangeArguments {
 };
 
 RangeArguments readRangeArguments(FunctionCallInfo fcinfo, const char* function) {
-    const Int4Elements a = qn::pg::readInt4Elements(PG_GETARG_ARRAYTYPE_P(0));
-    const Int4Elements b = qn::pg::readInt4Elements(PG_GETARG_ARRAYTYPE_P(1));
+    const Int4Elements a = qn::pg::readInt4Elements(qn::pg::arrayArgumentCached(fcinfo, 0));
+    const Int4Elements b = qn::pg::readInt4Elements(qn::pg::arrayArgumentCached(fcinfo, 1));
     if ((a.count | b.count) & 1) QN_ERROR(ERRCODE_DATATYPE_MISMATCH, function, "array length should be even");
     return {a, b};
 }
@@ -59,6 +59,7 @@ QN_FUNCTION_INFO_V1(qn_int4range_exclusion)
 QN_FUNCTION_INFO_V1(qn_int4range_is_overlap)
 QN_FUNCTION_INFO_V1(qn_int4range_is_strictly_include)
 QN_FUNCTION_INFO_V1(qn_int4range_contains)
+QN_FUNCTION_INFO_V1(qn_int4range_is_overlap_commuted)
 
 // A ∪ B; a null side gives a copy of the other, both null give null.
 Datum qn_int4range_union(PG_FUNCTION_ARGS) {
@@ -92,6 +93,16 @@ Datum qn_int4range_is_overlap(PG_FUNCTION_ARGS) {
     // swapped: on equal lowers B's range is the one passed over.
     PG_RETURN_BOOL(qn::pgRangeArray::rangeListsOverlap(args.b.rangesBegin(), args.b.rangesEnd(),
                                                        args.a.rangesBegin(), args.a.rangesEnd()));
+}
+
+// qn_int4range_is_overlap(B, A), and its errors: the function of int4[] &&~
+// int4[], the commutator of ~&&. The overlap walk reads its two lists in
+// different roles, so on lists that are not normalised (inverted pairs) the
+// two orders can differ, and ~&& cannot be its own commutator.
+Datum qn_int4range_is_overlap_commuted(PG_FUNCTION_ARGS) {
+    const RangeArguments args = readRangeArguments(fcinfo, "qn_int4range_is_overlap");
+    PG_RETURN_BOOL(qn::pgRangeArray::rangeListsOverlap(args.a.rangesBegin(), args.a.rangesEnd(),
+                                                       args.b.rangesBegin(), args.b.rangesEnd()));
 }
 
 // A is a non-empty subset of B; null when either is null.

@@ -75,6 +75,7 @@ const OperatorSignature kOperators[] = {
     {"~@>", INT4OID, INT4ARRAYOID, qn::gist::ValueInRangeArray, true},
     {"~&&", INT8OID, INT4ARRAYOID, qn::gist::RangeOverlapsRangeArray, true},
     {"~&&", INT4ARRAYOID, INT4ARRAYOID, kSetsMeet, false},
+    {"&&~", INT4ARRAYOID, INT4ARRAYOID, kSetsMeet, true},
     {"~@>", INT4ARRAYOID, INT4ARRAYOID, kSetContains, false},
     {"~<@", INT4ARRAYOID, INT4ARRAYOID, kSetContainedIn, false},
 };
@@ -525,7 +526,7 @@ const TestFunction kTestFunctions[] = {
      {{qn::gist::RangeOverlapsRangeArray, 0, 1}, {qn::gist::RangeOverlapsRangeArray, 1, 0, true}}},
     {"qn_rangearray_overlaps_rangepacked", 2, 2,
      {{qn::gist::RangeOverlapsRangeArray, 1, 0}, {qn::gist::RangeOverlapsRangeArray, 0, 1, true}}},
-    {"qn_int4range_is_overlap", 2, 2, {{kSetsMeet, 0, 1}, {kSetsMeet, 1, 0}}},
+    {"qn_int4range_is_overlap", 2, 2, {{kSetsMeet, 0, 1}, {kSetsMeet, 1, 0, true}}},
     {"qn_int4range_is_strictly_include", 2, 2, {{kSetContainedIn, 0, 1}, {kSetContains, 1, 0}}},
     {"qn_int4range_contains", 2, 2, {{kSetContains, 0, 1}, {kSetContainedIn, 1, 0}}},
     {"qn_int4rangepacked_in_int4rangepacked", 2, 2,
