@@ -103,6 +103,19 @@ inline void setRun(uint8_t* bits, uint32_t s, uint32_t e) {
     bits[last] |= kToBit[e & 7];
 }
 
+// setRun over s to e (s <= e) a megabyte of bits at a time, calling tick(bytes)
+// after each slice: a run may cover half a gigabyte.
+template <typename Tick>
+void setRunInSlices(uint8_t* bits, uint32_t s, uint32_t e, Tick& tick) {
+    constexpr uint64_t kSlice = uint64_t{1} << 23;
+    for (uint64_t p = s;; p += kSlice) {
+        const uint64_t stop = e - p < kSlice ? e : p + kSlice - 1;
+        setRun(bits, static_cast<uint32_t>(p), static_cast<uint32_t>(stop));
+        tick(1 + (stop - p) / 8);
+        if (stop == e) return;
+    }
+}
+
 // Some position from a to b is set: the first byte's masked bits, the last
 // byte's, then the bytes between, eight at a time where they can be.
 inline bool runMeets(const uint8_t* bits, uint32_t a, uint32_t b) {

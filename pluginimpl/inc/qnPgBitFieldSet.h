@@ -45,9 +45,12 @@ enum class SetTestError { None, OddRangeArray, MixRangeWithoutUpper };
 // inside the span with its bit set, runs by the runFull rule). Sets `result`.
 // Members and runs outside the span are skipped by overlap and fail inclusion.
 // Elements are never read past count: a mix range opener with no upper word is
-// an error, as is an 'r' set of odd length.
-inline SetTestError testSetAgainstBitField(uint32_t form, const int32_t* e, int32_t count, const BitFieldView& bf,
-                                           bool inclusion, bool& result) {
+// an error, as is an 'r' set of odd length. Polls as it goes: each run may
+// scan the whole bitfield.
+template <typename Poll = qn::pgRangeArray::NoPoll>
+SetTestError testSetAgainstBitField(uint32_t form, const int32_t* e, int32_t count, const BitFieldView& bf,
+                                    bool inclusion, bool& result, Poll poll = {}) {
+    qn::pgRangeArray::Poller<Poll> tick(poll);
     result = false;
     const int32_t* const end = e + count;
     const int32_t* items = e;
@@ -62,15 +65,19 @@ inline SetTestError testSetAgainstBitField(uint32_t form, const int32_t* e, int3
 
     // Each item decides the answer when it meets (overlap) or fails (inclusion).
     auto valueDecides = [&](int32_t v) {
+        tick();
         const bool set = bf.covers(v) && testBit(bf.bits, positionOf(v, bf.min));
         return inclusion ? !set : set;
     };
     auto runDecides = [&](int32_t lower, int32_t upper) {
         const bool outside = upper < bf.min || lower > bf.max;
-        if (!inclusion) return !outside && runMeetsBitField(bf, lower, upper);
-        if (outside) return true;
+        if (outside) {
+            tick();
+            return inclusion;
+        }
         const ClippedRun r = clipRun(bf, lower, upper);
-        return !runFull(bf.bits, r.a, r.b);
+        tick(1 + (r.b > r.a ? (r.b - r.a) / 8 : 0));  // the bytes it may scan
+        return inclusion ? !runFull(bf.bits, r.a, r.b) : runMeets(bf.bits, r.a, r.b);
     };
 
     bool decided = false;
@@ -129,18 +136,21 @@ inline SetBuildError planBitField(uint32_t form, const int32_t* e, int32_t count
 
 // Sets the bits of every member into a zeroed bit string planned by planBitField.
 // Stops at the first member or run outside the plan's span, or inverted, and
-// reports it: nothing is ever written outside the span.
-inline SetBuildError fillBitField(uint32_t form, const int32_t* e, int32_t count, const BitFieldPlan& plan,
-                                  uint8_t* bits) {
+// reports it: nothing is ever written outside the span. Polls as it goes.
+template <typename Poll = qn::pgRangeArray::NoPoll>
+SetBuildError fillBitField(uint32_t form, const int32_t* e, int32_t count, const BitFieldPlan& plan, uint8_t* bits,
+                           Poll poll = {}) {
+    qn::pgRangeArray::Poller<Poll> tick(poll);
     const int32_t* const end = e + count;
     auto value = [&](int32_t v) {
         if (v < plan.min || v > plan.max) return false;
         setBit(bits, positionOf(v, plan.min));
+        tick();
         return true;
     };
     auto run = [&](int32_t lower, int32_t upper) {
         if (lower > upper || lower < plan.min || upper > plan.max) return false;
-        setRun(bits, positionOf(lower, plan.min), positionOf(upper, plan.min));
+        setRunInSlices(bits, positionOf(lower, plan.min), positionOf(upper, plan.min), tick);
         return true;
     };
     switch (form) {

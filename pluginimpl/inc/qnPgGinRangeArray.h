@@ -136,7 +136,8 @@ template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll>
 Range32* coveringSpans(const Range32* first, uint64_t& n, uint64_t most, Poll poll) {
     auto* spans = static_cast<Range32*>(A((n ? n : 1) * sizeof(Range32)));
     if (!spans) return nullptr;
-    for (uint64_t i = 0; i < n; ++i) spans[i] = spanOf(first[i]);
+    qn::pgRangeArray::Poller<Poll> tick(poll);
+    for (uint64_t i = 0; i < n; ++i, tick()) spans[i] = spanOf(first[i]);
     const int64_t merged = qn::pgRangeArray::normaliseRanges<A, F>(spans, n, poll);
     if (merged < 0) return nullptr;
     n = static_cast<uint64_t>(merged);

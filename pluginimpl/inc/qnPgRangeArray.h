@@ -37,6 +37,36 @@ static_assert(sizeof(Range<int>) == 2 * sizeof(int), "a range is read in place f
 template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F>
 using RangeVector = qn::pg::tVector<Range<T>, A, F>;
 
+// Loops whose work grows with their input call a poll function every so
+// often: in the server it checks for a cancel or a timeout and raises there, so
+// that no statement goes deaf in a long loop. NoPoll is for callers without one.
+struct NoPoll {
+    void operator()() const {}
+};
+
+// The work between two polls: about a million elements read or written (a few
+// milliseconds), or a megabyte set or scanned in bulk.
+constexpr uint64_t kPollWork = uint64_t{1} << 20;
+
+// Counts a loop's work and polls after each kPollWork units of it.
+template <typename Poll>
+class Poller {
+public:
+    explicit Poller(Poll poll) : poll_(poll) {}
+
+    void operator()(uint64_t units = 1) {
+        done_ += units;
+        if (done_ >= kPollWork) {
+            done_ = 0;
+            poll_();
+        }
+    }
+
+private:
+    Poll poll_;
+    uint64_t done_ = 0;
+};
+
 // Array layouts of an int4[] set, with the codes kept in aggregate states.
 enum ArrayDataType : uint32_t {
     ArrayDataTypeSet = 3,         // 's': one member per element
@@ -123,55 +153,57 @@ inline void mergeAppend(RangeVector<T, A, F>& out, const Range<T>& r) {
 }
 
 // Appends a normalised span to out. Only the leading ranges are merge-tested:
-// once one stands apart, the rest is copied in one go.
-template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F>
-void pushOrMerge(RangeVector<T, A, F>& out, const Range<T>* first, const Range<T>* last) {
+// once one stands apart, the rest is copied, kPollWork ranges at a time.
+template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
+void pushOrMerge(RangeVector<T, A, F>& out, const Range<T>* first, const Range<T>* last, Poll poll = {}) {
     while (first != last) {
         const bool apart = standsApart(out, *first);
         mergeAppend(out, *first++);
         if (apart) break;
     }
-    out.append(first, last);
+    while (first != last) {
+        const Range<T>* const stop = static_cast<uint64_t>(last - first) > kPollWork ? first + kPollWork : last;
+        out.append(first, stop);
+        first = stop;
+        poll();
+    }
 }
 
 // out := A ∪ B. Inputs normalised. The next range is chosen by the sign of the
 // wrapped difference of the lowers (A first on equal lowers); an empty side
-// leaves the other copied as it is.
-template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F>
+// leaves the other copied as it is (pushOrMerge into the empty out copies it).
+template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
 void computeUnion(const Range<T>* aFirst, const Range<T>* aLast, const Range<T>* bFirst,
-                  const Range<T>* bLast, RangeVector<T, A, F>& out) {
+                  const Range<T>* bLast, RangeVector<T, A, F>& out, Poll poll = {}) {
     out.clear();
-    if (aFirst == aLast) {
-        out.append(bFirst, bLast);
-        return;
-    }
-    if (bFirst == bLast) {
-        out.append(aFirst, aLast);
-        return;
-    }
+    Poller<Poll> tick(poll);
     while (aFirst != aLast && bFirst != bLast) {
         if (wrapSub<T>(bFirst->lower, aFirst->lower) < 0)
             mergeAppend(out, *bFirst++);
         else
             mergeAppend(out, *aFirst++);
+        tick();
     }
     if (aFirst != aLast)
-        pushOrMerge(out, aFirst, aLast);
+        pushOrMerge(out, aFirst, aLast, poll);
     else
-        pushOrMerge(out, bFirst, bLast);
+        pushOrMerge(out, bFirst, bLast, poll);
 }
 
 // out := A ∩ B. Inputs sorted, disjoint; pieces come out ascending and are
 // appended without merging.
-template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F>
+template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
 void computeIntersection(const Range<T>* aFirst, const Range<T>* aLast, const Range<T>* bFirst,
-                         const Range<T>* bLast, RangeVector<T, A, F>& out) {
+                         const Range<T>* bLast, RangeVector<T, A, F>& out, Poll poll = {}) {
     out.clear();
+    Poller<Poll> tick(poll);
     while (aFirst != aLast && bFirst != bLast) {
+        tick();
         if (aFirst->lower >= bFirst->lower) {
             const Range<T> b = *bFirst;
             while (aFirst->upper <= b.upper) {  // a lies inside b
                 out.push_back(*aFirst);
+                tick();
                 if (++aFirst == aLast) return;
             }
             if (aFirst->lower <= b.upper) out.push_back(Range<T>{aFirst->lower, b.upper});
@@ -180,6 +212,7 @@ void computeIntersection(const Range<T>* aFirst, const Range<T>* aLast, const Ra
             const Range<T> a = *aFirst;
             while (bFirst->upper <= a.upper) {  // b lies inside a
                 out.push_back(*bFirst);
+                tick();
                 if (++bFirst == bLast) return;
             }
             if (bFirst->lower <= a.upper) out.push_back(Range<T>{bFirst->lower, a.upper});
@@ -191,19 +224,21 @@ void computeIntersection(const Range<T>* aFirst, const Range<T>* aLast, const Ra
 // out := A \ B. Inputs sorted, disjoint. For each range a of A, the ranges of B
 // that reach into it cut it into the pieces between them; the rest of A after
 // the last range of B is finished with pushOrMerge.
-template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F>
+template <typename T, qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
 void computeExclusion(const Range<T>* aFirst, const Range<T>* aLast, const Range<T>* bFirst,
-                      const Range<T>* bLast, RangeVector<T, A, F>& out) {
+                      const Range<T>* bLast, RangeVector<T, A, F>& out, Poll poll = {}) {
     out.clear();
     if (aFirst == aLast) return;
     if (bFirst == bLast) {
-        out.append(aFirst, aLast);
+        pushOrMerge(out, aFirst, aLast, poll);  // into the empty out: A as it is
         return;
     }
+    Poller<Poll> tick(poll);
     const Range<T>* const bBegin = bFirst;
     const Range<T>* b = bFirst;
     while (aFirst != aLast && b != bLast) {
         const Range<T> a = *aFirst++;
+        tick();
         if (a.upper < b->lower) {  // a lies wholly before b
             out.push_back(a);
             continue;
@@ -225,7 +260,7 @@ void computeExclusion(const Range<T>* aFirst, const Range<T>* aLast, const Range
                         out.push_back(Range<T>{wrapAdd<T>(b->upper, 1), a.upper});
                 } else {
                     if (b->upper >= a.upper) {
-                        pushOrMerge(out, aFirst, aLast);
+                        pushOrMerge(out, aFirst, aLast, poll);
                         return;
                     }
                     out.push_back(Range<T>{wrapAdd<T>(b->upper, 1), a.upper});
@@ -234,14 +269,15 @@ void computeExclusion(const Range<T>* aFirst, const Range<T>* aLast, const Range
                 out.push_back(a);  // b lies wholly before a and nothing else of B reaches a
             }
             if (!hasNext) {
-                pushOrMerge(out, aFirst, aLast);
+                pushOrMerge(out, aFirst, aLast, poll);
                 return;
             }
             ++b;
+            tick();
             if (b->lower > a.upper) break;  // b belongs to a later range of A
         }
     }
-    pushOrMerge(out, aFirst, aLast);
+    pushOrMerge(out, aFirst, aLast, poll);
 }
 
 // Inserts r before position index, moving the tail up by one.
@@ -351,16 +387,23 @@ bool rangeListsOverlap(const Range<T>* a, const Range<T>* aEnd, const Range<T>* 
     return false;
 }
 
-// Appends one item to a mix array: a scalar word when lower == upper, else
-// lower with its sign bit set followed by upper. Writes no count word.
+// Writes the words of one mix item: a scalar word when lower == upper, else
+// lower with its sign bit set followed by upper. Returns how many (1 or 2).
+inline int writeMixItem(int lower, int upper, int* words) {
+    if (lower == upper) {
+        words[0] = lower;
+        return 1;
+    }
+    words[0] = static_cast<int>(static_cast<uint32_t>(lower) | 0x80000000u);
+    words[1] = upper;
+    return 2;
+}
+
+// Appends one item to a mix array. Writes no count word.
 template <qn::pg::AllocFn A, qn::pg::FreeFn F>
 void pushIntoMixArray(qn::pg::tVector<int, A, F>& mix, int lower, int upper) {
-    if (lower == upper) {
-        mix.push_back(lower);
-    } else {
-        mix.push_back(static_cast<int>(static_cast<uint32_t>(lower) | 0x80000000u));
-        mix.push_back(upper);
-    }
+    int words[2];
+    mix.append(words, words + writeMixItem(lower, upper, words));
 }
 
 // The range of a mix item opened by the word at p (sign bit set), whose upper is
@@ -376,13 +419,15 @@ inline bool mixItemRange(const int* p, const int* last, Range<int>& r) {
 // On a malformed range item (no upper word, an upper with its sign bit set, or
 // lower > upper) sets error to "Invalid range definition" and stops, keeping the
 // ranges read so far; otherwise error is null.
-template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
 void convertMixToRangeArray(const int* begin, const int* end, RangeVector<int, A, F>& out,
-                            const char*& error) {
+                            const char*& error, Poll poll = {}) {
     error = nullptr;
     out.clear();
     if (begin >= end || end - begin == 1) return;
+    Poller<Poll> tick(poll);
     for (const int* p = begin + 1; p < end;) {
+        tick();
         const int v = *p;
         if (v >= 0) {
             out.push_back(Range<int>{v, v});

@@ -44,8 +44,9 @@ enum class ExpressionError {
 // holding its value in one of seven vectors, the seventh being scratch for the
 // next result. Results are never copied: a computation writes into the scratch
 // vector, whose index is then swapped with the receiving level's.
-// Call init() once before use; release() frees the vectors.
-template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+// Call init() once before use; release() frees the vectors. The set operations
+// call Poll (default-constructed) in their long loops.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
 struct RangeExpression {
     using Vector = RangeVector<int32_t, A, F>;
     using R = Range<int32_t>;
@@ -133,9 +134,11 @@ private:
     // out := value OP [first, last); false for an operation id other than 1 to 3.
     static bool apply(int32_t operation, const Vector& value, const R* first, const R* last, Vector& out) {
         switch (operation) {
-            case RangeOpUnion: computeUnion(value.begin(), value.end(), first, last, out); return true;
-            case RangeOpIntersection: computeIntersection(value.begin(), value.end(), first, last, out); return true;
-            case RangeOpExclusion: computeExclusion(value.begin(), value.end(), first, last, out); return true;
+            case RangeOpUnion: computeUnion(value.begin(), value.end(), first, last, out, Poll{}); return true;
+            case RangeOpIntersection:
+                computeIntersection(value.begin(), value.end(), first, last, out, Poll{});
+                return true;
+            case RangeOpExclusion: computeExclusion(value.begin(), value.end(), first, last, out, Poll{}); return true;
             default: return false;
         }
     }

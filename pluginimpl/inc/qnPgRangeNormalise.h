@@ -13,6 +13,7 @@ static_assert(false, "qnPgRangeNormalise.h must not see server headers: include 
 #endif
 
 #include <cstdint>
+#include <cstring>
 
 #include "qnPgRangeArray.h"
 
@@ -45,8 +46,6 @@ inline uint64_t ascendingRunEnd(const Range<int32_t>* data, uint64_t from, uint6
 
 namespace detail {
 
-constexpr uint64_t kPollEvery = uint64_t{1} << 20;
-
 // Merges the ascending runs of data pairwise into scratch, pass after pass,
 // until one is left; returns the buffer that holds it.
 template <typename Poll>
@@ -64,7 +63,7 @@ Range<int32_t>* mergeRuns(Range<int32_t>* data, Range<int32_t>* scratch, uint64_
             while (a != data + middle) *out++ = *a++;
             while (b != data + end) *out++ = *b++;
             moved += end - i;
-            if (moved >= kPollEvery) {
+            if (moved >= kPollWork) {
                 poll();
                 moved = 0;
             }
@@ -79,43 +78,76 @@ Range<int32_t>* mergeRuns(Range<int32_t>* data, Range<int32_t>* scratch, uint64_
 
 }  // namespace detail
 
-// Stable LSD radix sort of data[0, n) by lower bound, n < 2^32: digits of 11, 11
-// and 10 bits of the lower bound with its sign bit flipped (so that the digits'
-// unsigned order is the bounds' signed order), all counted in one scan; a digit
-// that every key shares is skipped. `scratch` has room for n ranges; returns the
-// buffer that holds the result. Calls poll() after every million or so ranges moved.
-template <typename Poll>
-Range<int32_t>* radixSortByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n, Poll&& poll) {
-    constexpr int kDigits = 3;
-    constexpr int kShift[kDigits] = {0, 11, 22};
-    constexpr uint32_t kMask[kDigits] = {2047, 2047, 1023};
-    auto key = [](const Range<int32_t>& r) { return static_cast<uint32_t>(r.lower) ^ 0x80000000u; };
-    uint32_t counts[kDigits][2048] = {};
-    for (uint64_t i = 0; i < n; ++i) {
-        const uint32_t k = key(data[i]);
-        ++counts[0][k & kMask[0]];
-        ++counts[1][(k >> kShift[1]) & kMask[1]];
-        ++counts[2][k >> kShift[2]];
-    }
-    for (int d = 0; d < kDigits; ++d) {
-        uint32_t* const count = counts[d];
-        if (count[(key(data[0]) >> kShift[d]) & kMask[d]] == n) continue;  // one digit for all
-        uint32_t offset = 0;
-        for (uint32_t digit = 0; digit <= kMask[d]; ++digit) {
-            const uint32_t c = count[digit];
-            count[digit] = offset;
-            offset += c;
-        }
+// The digits of an LSD radix sort by a 32-bit unsigned key: 11, 11 and 10 bits,
+// all counted in one scan; a digit that every key shares needs no pass.
+struct RadixDigits {
+    static constexpr int kDigits = 3;
+    static constexpr int kShift[kDigits] = {0, 11, 22};
+    static constexpr uint32_t kMask[kDigits] = {2047, 2047, 1023};
+
+    uint32_t counts[kDigits][2048];
+    bool needed[kDigits];
+    int passes;
+
+    static uint32_t digit(uint32_t key, int d) { return (key >> kShift[d]) & kMask[d]; }
+
+    // Counts the digits of the keys of src[0, n), n >= 1, polling as it reads.
+    template <typename T, typename Key, typename Poll>
+    void count(const T* src, uint64_t n, Key key, Poll& poll) {
+        std::memset(counts, 0, sizeof counts);
         for (uint64_t i = 0; i < n;) {
-            const uint64_t stop = n - i > detail::kPollEvery ? i + detail::kPollEvery : n;
-            for (; i < stop; ++i) scratch[count[(key(data[i]) >> kShift[d]) & kMask[d]]++] = data[i];
+            const uint64_t stop = n - i > kPollWork ? i + kPollWork : n;
+            for (; i < stop; ++i) {
+                const uint32_t k = key(src[i]);
+                for (int d = 0; d < kDigits; ++d) ++counts[d][digit(k, d)];
+            }
             poll();
         }
-        Range<int32_t>* const sorted = scratch;
-        scratch = data;
-        data = sorted;
+        passes = 0;
+        for (int d = 0; d < kDigits; ++d) {
+            needed[d] = counts[d][digit(key(src[0]), d)] != n;
+            passes += needed[d];
+        }
     }
-    return data;
+
+    // The passes: src into `first`, then back and forth between `second` and
+    // `first`; returns the buffer written last (src when no pass is needed).
+    // Stable. Polls after every kPollWork elements moved.
+    template <typename T, typename Key, typename Poll>
+    const T* distribute(const T* src, T* first, T* second, uint64_t n, Key key, Poll& poll) {
+        int done = 0;
+        for (int d = 0; d < kDigits; ++d) {
+            if (!needed[d]) continue;
+            T* const to = done++ % 2 == 0 ? first : second;
+            uint32_t* const count = counts[d];
+            uint32_t offset = 0;
+            for (uint32_t value = 0; value <= kMask[d]; ++value) {
+                const uint32_t c = count[value];
+                count[value] = offset;
+                offset += c;
+            }
+            for (uint64_t i = 0; i < n;) {
+                const uint64_t stop = n - i > kPollWork ? i + kPollWork : n;
+                for (; i < stop; ++i) to[count[digit(key(src[i]), d)]++] = src[i];
+                poll();
+            }
+            src = to;
+        }
+        return src;
+    }
+};
+
+// Stable LSD radix sort of data[0, n) by lower bound, 1 <= n < 2^32, on the
+// lower bound with its sign bit flipped (so that the digits' unsigned order is
+// the bounds' signed order). `scratch` has room for n ranges; returns the
+// buffer that holds the result. Calls poll() after every million or so ranges
+// read or moved.
+template <typename Poll>
+Range<int32_t>* radixSortByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n, Poll&& poll) {
+    auto key = [](const Range<int32_t>& r) { return static_cast<uint32_t>(r.lower) ^ 0x80000000u; };
+    RadixDigits digits;
+    digits.count(data, n, key, poll);
+    return const_cast<Range<int32_t>*>(digits.distribute(data, scratch, data, n, key, poll));
 }
 
 // Sorts data[0, n) by lower bound, using scratch (room for n) as the second

@@ -14,6 +14,7 @@ static_assert(false, "qnPgRangeSetBuilder.h must not see server headers: include
 #include <cstring>
 
 #include "qnPgRangeArray.h"
+#include "qnPgRangeBlocks.h"
 #include "qnPgRangeNormalise.h"
 
 namespace qn::pgRangeArray {
@@ -22,12 +23,13 @@ namespace qn::pgRangeArray {
 // clearing the digit counts would cost more than the sort (and batches beyond
 // the radix sort's 2^32), else the radix sort; returns the buffer (data or
 // scratch, room for n) that holds the result.
-inline Range<int32_t>* sortBatchByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n) {
+template <typename Poll>
+Range<int32_t>* sortBatchByLower(Range<int32_t>* data, Range<int32_t>* scratch, uint64_t n, Poll poll) {
     if (n < 256 || n > UINT32_MAX) {
         std::sort(data, data + n, [](const Range<int32_t>& a, const Range<int32_t>& b) { return a.lower < b.lower; });
         return data;
     }
-    return radixSortByLower(data, scratch, n, [] {});
+    return radixSortByLower(data, scratch, n, poll);
 }
 
 // Accumulates ranges into a range list; the list is exactly what one
@@ -43,24 +45,37 @@ inline Range<int32_t>* sortBatchByLower(Range<int32_t>* data, Range<int32_t>* sc
 // long as the list (or kMinBatch), so the memory follows the set, not the rows.
 // A range outside that domain (inverted bounds, or an upper of INT32_MAX, where
 // "upper + 1" wraps) makes the builder merge what is pending and insert directly
-// from then on, so the list evolves step by step as rangeArrayInsert makes it.
+// from then on, so the list evolves step by step as rangeArrayInsert makes it:
+// into the flat list while it is short, then into a RangeBlockList, where each
+// insertion costs O(log^2 n + BlockCap) instead of moving the tail.
 //
-// Zero-filled memory is a valid empty builder. MinBatch is lowered only by tests,
-// to merge many batches out of few ranges.
-template <qn::pg::AllocFn A, qn::pg::FreeFn F, uint64_t MinBatch = 4096>
+// Poll (default-constructed, called) is called every kInsertsPerPoll ranges and
+// in the long loops of merging. Zero-filled memory is a valid empty builder.
+// MinBatch and BlockCap are lowered only by tests, to merge many batches and
+// use many blocks with few ranges.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll, uint64_t MinBatch = 4096,
+          uint32_t BlockCap = 1024>
 struct RangeSetBuilder {
     using Vector = RangeVector<int32_t, A, F>;
     using R = Range<int32_t>;
 
-    Vector ranges;   // merged ranges; normalised while `direct` is false
+    Vector ranges;   // merged ranges; normalised while `direct` is false; empty while in blocks
     Vector pending;  // arrivals not merged yet, in arrival order
     bool direct;     // every range goes straight through rangeArrayInsert
     Vector scratch;  // the batch sort's second buffer
+    RangeBlockList<A, F, BlockCap> blocks;  // a direct list of kBlocksFrom ranges or more
+    uint32_t sincePoll;
 
     static constexpr uint64_t kMinBatch = MinBatch;
     static constexpr uint64_t kBatchFactor = 2;
+    static constexpr uint64_t kBlocksFrom = 4 * BlockCap;  // below, moving the tail costs less
+    static constexpr uint32_t kInsertsPerPoll = 1u << 14;
 
     void insert(const R& r) {
+        if (++sincePoll >= kInsertsPerPoll) {
+            sincePoll = 0;
+            Poll{}();
+        }
         if (!direct) {
             if (r.lower <= r.upper && r.upper != INT32_MAX) {
                 if (ranges.empty() || r.lower >= ranges.back().lower) {
@@ -77,16 +92,32 @@ struct RangeSetBuilder {
             flush();
             direct = true;
         }
-        rangeArrayInsert(ranges, r);
+        if (!blocks.active()) {
+            if (ranges.size() < kBlocksFrom || !blocks.assign(ranges.begin(), ranges.end(), Poll{})) {
+                rangeArrayInsert(ranges, r);
+                return;
+            }
+            ranges.release();
+        }
+        blocks.insert(r);
     }
 
-    // Merges the pending ranges into `ranges`. Both are plain (non-wrapping)
-    // sets here: ranges normalised, pending with lower <= upper < INT32_MAX.
+    // Brings the list into `ranges`: merges the pending ranges, or gathers a
+    // direct list from its blocks. Merging: both are plain (non-wrapping) sets
+    // here, ranges normalised, pending with lower <= upper < INT32_MAX.
     void flush() {
+        if (blocks.active()) {
+            Vector flat(blocks.size());
+            if (!flat.resize(blocks.size())) return;  // reported by the vector
+            blocks.copyTo(flat.data(), Poll{});
+            blocks.release();
+            ranges.swap(flat);  // flat now owns the released list's empty buffer
+            return;
+        }
         const uint64_t n = pending.size();
         if (n == 0) return;
         if (!scratch.resize(n)) return;  // reported by the vector
-        const R* b = sortBatchByLower(pending.data(), scratch.data(), n);
+        const R* b = sortBatchByLower(pending.data(), scratch.data(), n, Poll{});
         const R* const bEnd = b + n;
         const R* a = ranges.begin();
         const R* const aEnd = ranges.end();
@@ -94,11 +125,13 @@ struct RangeSetBuilder {
         if (!merged.resize(ranges.size() + n)) return;
         R* const out = merged.data();
         R* w = out;
-        auto emit = [&w, out](const R& next) {
+        Poller<Poll> tick(Poll{});
+        auto emit = [&w, out, &tick](const R& next) {
             if (w == out || int64_t{next.lower} > int64_t{w[-1].upper} + 1)
                 *w++ = next;
             else if (next.upper > w[-1].upper)
                 w[-1].upper = next.upper;
+            tick();
         };
         while (a != aEnd && b != bEnd) {
             const bool fromA = a->lower <= b->lower;
@@ -127,6 +160,7 @@ struct RangeSetBuilder {
     // state, a serialised state); it is trusted, not checked, so later ranges go
     // straight through rangeArrayInsert.
     void assign(const R* first, const R* last) {
+        blocks.release();
         pending.clear();
         ranges.clear();
         ranges.append(first, last);
@@ -137,6 +171,7 @@ struct RangeSetBuilder {
         ranges.release();
         pending.release();
         scratch.release();
+        blocks.release();
     }
 
 private:
@@ -164,12 +199,15 @@ inline bool isPlainList(const Range<int32_t>* first, const Range<int32_t>* last)
 // union is merged from the back into the end of buf, where it never overtakes
 // the unread part of buf's own list, then moved to the front: nothing is
 // allocated, so merging many lists into one touches no memory but the result's.
-inline uint64_t uniteInPlace(Range<int32_t>* buf, uint64_t a, const Range<int32_t>* b, uint64_t nb) {
+template <typename Poll = NoPoll>
+uint64_t uniteInPlace(Range<int32_t>* buf, uint64_t a, const Range<int32_t>* b, uint64_t nb, Poll poll = {}) {
     using R = Range<int32_t>;
     R* w = buf + a + nb;  // the union so far is [w, buf + a + nb), lowest range first
     const R* end = w;
     uint64_t i = a, j = nb;
+    Poller<Poll> tick(poll);
     while (i > 0 || j > 0) {
+        tick();
         // Ranges come by descending upper bound; each joins the lowest range so
         // far when it overlaps or touches it.
         const bool fromA = j == 0 || (i > 0 && buf[i - 1].upper >= b[j - 1].upper);

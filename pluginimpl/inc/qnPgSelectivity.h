@@ -216,6 +216,9 @@ struct ColumnStats {
     const int64_t* bounds = nullptr;
     int nbounds = 0;
     double distinct = 0;  // distinct non-null values of the column; 0 when unknown
+    // Called, when set, now and then in the walks over an operand, which may hold
+    // millions of runs (the server checks for a cancel there).
+    void (*poll)() = nullptr;
 
     double mcvSum() const {
         double s = 0;
@@ -226,14 +229,33 @@ struct ColumnStats {
     double rest() const { return clampProbability(1.0 - nullfrac - mcvSum()); }
 };
 
-// Sum of the frequencies of the MCVs that pass `test`.
+// Sum of the frequencies of the MCVs that pass `test` (each test may walk the
+// whole operand).
 template <typename Test>
 double mcvFraction(const ColumnStats& c, Test test) {
     double s = 0;
-    for (int i = 0; i < c.nmcv; ++i)
+    for (int i = 0; i < c.nmcv; ++i) {
+        if (c.poll) c.poll();
         if (test(c.mcv[i])) s += c.mcvFreq[i];
+    }
     return s;
 }
+
+// Runs of an operand that call `poll` (when set) every 16384 runs.
+template <typename Runs>
+class PolledRuns {
+public:
+    PolledRuns(Runs runs, void (*poll)()) : runs_(runs), poll_(poll) {}
+    bool next(int64_t& lo, int64_t& hi) {
+        if (poll_ && (++count_ & 0x3fff) == 0) poll_();
+        return runs_.next(lo, hi);
+    }
+
+private:
+    Runs runs_;
+    void (*poll_)();
+    uint32_t count_ = 0;
+};
 
 // Without statistics: 0.5% per run of the set, at most a third; 1 for a set
 // holding every int4.
@@ -288,9 +310,9 @@ double int4Selectivity(const ColumnStats& c, const Set& set) {
     if (IntHistogram::usable(c.bounds, c.nbounds)) {
         const IntHistogram h(c.bounds, c.nbounds);
         const double perBucket = c.distinct > 0 ? std::max(1.0, (c.distinct - c.nmcv) / h.buckets()) : 0.0;
-        other = histogramFraction(h, set.runs(), perBucket);
+        other = histogramFraction(h, PolledRuns(set.runs(), c.poll), perBucket);
     } else {
-        other = defaultSetSelectivity(set.runs());
+        other = defaultSetSelectivity(PolledRuns(set.runs(), c.poll));
     }
     return clampProbability(common + c.rest() * other);
 }
@@ -436,12 +458,12 @@ double packedSelectivity(const ColumnStats& c, const Model* model, PackedTest te
     double other = 0.0;
     if (model != nullptr) {
         switch (test) {
-            case PackedTest::Meets: other = model->meeting(RangeListRuns(first, last)); break;
+            case PackedTest::Meets: other = model->meeting(PolledRuns(RangeListRuns(first, last), c.poll)); break;
             case PackedTest::LiesIn: other = model->inside(q.lower, q.upper); break;
             case PackedTest::Contains: other = model->containing(q.lower, q.upper); break;
         }
     } else if (test == PackedTest::Meets) {
-        RangeListRuns runs(first, last);
+        PolledRuns runs(RangeListRuns(first, last), c.poll);
         int64_t lo, hi, pieces = 0;
         while (runs.next(lo, hi)) ++pieces;
         other = std::min(kDefaultCap, static_cast<double>(pieces) * kDefaultOverlapSelectivity);

@@ -1,5 +1,6 @@
 // Conversions between the int4[] forms of a set: scalar set ('s'), range array
-// ('r') and mix array ('m'), and counting a set's members without expanding it.
+// ('r') and mix array ('m'), counting a set's members without expanding it, and
+// sorting a list of values.
 //
 // Inputs are read through [first, last) spans and never past them; outputs go to
 // a tVector the caller owns, or to a buffer whose capacity the caller states and
@@ -11,7 +12,9 @@
 static_assert(false, "qnPgSetConversions.h must not see server headers: include it before postgres.h");
 #endif
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "qnPgRangeArray.h"
 #include "qnPgRangeSetBuilder.h"
@@ -24,9 +27,10 @@ namespace qn::pgRangeArray {
 // or more wraps negative and continues it too (kept as the format has always
 // read it). Returns false, after emitting the runs before it, at the first value
 // below its predecessor.
-template <typename Emit>
-bool forEachScalarRun(const int32_t* first, const int32_t* last, Emit emit) {
+template <typename Emit, typename Poll = NoPoll>
+bool forEachScalarRun(const int32_t* first, const int32_t* last, Emit emit, Poll poll = {}) {
     if (first == last) return true;
+    Poller<Poll> tick(poll);
     int32_t start = *first;
     int32_t previous = start;
     for (const int32_t* p = first + 1; p != last; ++p) {
@@ -37,44 +41,78 @@ bool forEachScalarRun(const int32_t* first, const int32_t* last, Emit emit) {
             start = v;
         }
         previous = v;
+        tick();
     }
     emit(start, previous);
     return true;
 }
 
 // 's' to 'r': the runs of a sorted scalar list as ranges. False when unsorted.
-template <qn::pg::AllocFn A, qn::pg::FreeFn F>
-bool scalarsToRanges(const int32_t* first, const int32_t* last, RangeVector<int32_t, A, F>& out) {
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
+bool scalarsToRanges(const int32_t* first, const int32_t* last, RangeVector<int32_t, A, F>& out, Poll poll = {}) {
     out.clear();
-    return forEachScalarRun(first, last, [&](int32_t s, int32_t e) { out.push_back(Range<int32_t>{s, e}); });
+    return forEachScalarRun(first, last, [&](int32_t s, int32_t e) { out.push_back(Range<int32_t>{s, e}); }, poll);
 }
 
 // 's' to 'm': the count word holds the number of input values (duplicates
 // included), then one item per run. An empty list gives no words at all, not
 // even the count word. False when unsorted.
-template <qn::pg::AllocFn A, qn::pg::FreeFn F>
-bool scalarsToMixArray(const int32_t* first, const int32_t* last, qn::pg::tVector<int, A, F>& mix) {
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
+bool scalarsToMixArray(const int32_t* first, const int32_t* last, qn::pg::tVector<int, A, F>& mix, Poll poll = {}) {
     mix.clear();
     if (first == last) return true;
     const auto count = static_cast<uint64_t>(last - first);
     mix.reserve(count / 2 + 2);
     mix.push_back(static_cast<int>(count));
-    return forEachScalarRun(first, last, [&](int32_t s, int32_t e) { pushIntoMixArray(mix, s, e); });
+    return forEachScalarRun(first, last, [&](int32_t s, int32_t e) { pushIntoMixArray(mix, s, e); }, poll);
 }
 
-// 'r' to 'm': one item per pair, in order and unchecked, after a count word that
-// holds the 32-bit wrapping total of upper - lower + 1. An empty list gives the
-// count word 0 alone.
-template <qn::pg::AllocFn A, qn::pg::FreeFn F>
-void rangesToMixArray(const Range<int32_t>* first, const Range<int32_t>* last, qn::pg::tVector<int, A, F>& mix) {
-    mix.clear();
-    mix.push_back(0);
+// The words of the mix array of a list of ranges: the count word, then one word
+// per range of one value and two per other range.
+inline uint64_t mixArrayWords(const Range<int32_t>* first, const Range<int32_t>* last) {
+    uint64_t words = 1;
+    for (; first != last; ++first) words += first->lower == first->upper ? 1 : 2;
+    return words;
+}
+
+// Writes the mixArrayWords words of the mix array of a list of ranges into out:
+// one item per range, in order and unchecked (lower alone, or lower with its
+// sign bit set and upper), after a count word that holds the 32-bit wrapping
+// total of upper - lower + 1. An empty list gives the count word 0 alone.
+template <typename Poll>
+void writeMixArray(const Range<int32_t>* first, const Range<int32_t>* last, int32_t* out, Poll poll) {
+    Poller<Poll> tick(poll);
+    int32_t* const countWord = out++;
     uint32_t total = 0;
     for (; first != last; ++first) {
         total += static_cast<uint32_t>(first->upper) - static_cast<uint32_t>(first->lower) + 1u;
-        pushIntoMixArray(mix, first->lower, first->upper);
+        out += writeMixItem(first->lower, first->upper, out);
+        tick();
     }
-    mix[0] = static_cast<int>(total);
+    *countWord = static_cast<int32_t>(total);
+}
+
+// Sorts the values src[0, n) ascending into out (room for n), duplicates kept.
+// Short lists go through std::sort; longer ones through a stable LSD radix sort
+// (linear, polling as it goes) with scratch (room for n) as its second buffer,
+// its passes arranged to end in out.
+template <typename Poll>
+void sortValuesInto(const int32_t* src, int32_t* out, int32_t* scratch, uint64_t n, Poll poll) {
+    if (n < 256 || n > UINT32_MAX) {
+        if (n) std::memcpy(out, src, n * sizeof(int32_t));
+        std::sort(out, out + n);
+        return;
+    }
+    auto key = [](int32_t v) { return static_cast<uint32_t>(v) ^ 0x80000000u; };
+    RadixDigits digits;
+    digits.count(src, n, key, poll);
+    if (digits.passes == 0) {  // one value throughout
+        Poller<Poll> tick(poll);
+        for (uint64_t i = 0; i < n; ++i, tick()) out[i] = src[i];
+        return;
+    }
+    const bool odd = digits.passes % 2 != 0;
+    digits.distribute(src, odd ? out : scratch, odd ? scratch : out, n, key, poll);
 }
 
 // The member count of a range array as the count function reports it: each pair

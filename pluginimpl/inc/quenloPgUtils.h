@@ -18,6 +18,7 @@ extern "C" {
 
 #include "catalog/pg_type.h"
 #include "fmgr.h"
+#include "miscadmin.h"
 #include "utils/array.h"
 #include "utils/memutils.h"
 }
@@ -37,6 +38,18 @@ template <typename T>
 using PgVector = tVector<T, palloc, pfree>;
 using RangeInt = qn::pgRangeArray::Range<int32>;
 using PgRangeVector = PgVector<RangeInt>;
+
+// The poll that the entry points hand to the kernels' long loops: a pending
+// cancel or timeout raises its error here.
+struct PollInterrupts {
+    void operator()() const { CHECK_FOR_INTERRUPTS(); }
+};
+
+// memcpy and memset to zero in slices of a few megabytes, checking for
+// interrupts between them: writing fresh memory costs its page faults, which for
+// a large result add up to seconds.
+void copyPolled(void* to, const void* from, size_t bytes);
+void zeroPolled(void* to, size_t bytes);
 
 // Raises an ERROR with the given SQLSTATE and message (none when fmt is null),
 // reported from `file`, `line` and the function-name string `function`.
@@ -97,6 +110,16 @@ ArrayType* allocateResultArray(int32 n, bool zeroed = true);
 // An int4[] holding a copy of n elements; `function` names the caller in the
 // "array overflow " error raised when n is more than an array can hold.
 ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* function);
+
+// An int4[] of n elements that write(int32* elements) fills, every one of them:
+// n is checked first, as checkResultElements does, and nothing is zeroed.
+template <typename Write>
+ArrayType* writeInt4Result(uint64_t n, const char* function, Write write, const char* message = "array overflow ") {
+    checkResultElements(n, function, message);
+    ArrayType* result = allocateResultArray(static_cast<int32>(n), false);
+    write(reinterpret_cast<int32*>(ARR_DATA_PTR(result)));
+    return result;
+}
 
 // A range array ('r') holding the ranges of v, lower then upper.
 inline ArrayType* buildRangeArrayResult(const PgRangeVector& v, const char* function) {

@@ -15,7 +15,6 @@ extern "C" {
 #include "access/gin.h"
 #include "access/reloptions.h"
 #include "access/stratnum.h"
-#include "miscadmin.h"
 }
 #pragma GCC diagnostic pop
 
@@ -28,10 +27,6 @@ const char kSourceFile[] = "pluginimpl/src/quenloPgGinRangeArray";
 
 // Working buffers may pass palloc's 1 GB limit for the largest arrays.
 void* allocateHuge(size_t bytes) { return MemoryContextAllocHuge(CurrentMemoryContext, bytes); }
-
-auto pollInterrupts() {
-    return [] { CHECK_FOR_INTERRUPTS(); };
-}
 
 // The operator class's option: the finest block of values a key stands for.
 struct GinOptions {
@@ -87,7 +82,7 @@ QueryPlan planQuery(Datum query, StrategyNumber strategy, int finest, bool& ever
                 break;
             }
             const Range32* spans =
-                coveringSpans<allocateHuge, pfree>(q.elements.rangesBegin(), n, kMaxQueryRanges, pollInterrupts());
+                coveringSpans<allocateHuge, pfree>(q.elements.rangesBegin(), n, kMaxQueryRanges, qn::pg::PollInterrupts{});
             planMeets<allocateHuge>(spans, n, finest, plan);
             break;
         }
@@ -124,7 +119,7 @@ Datum qn_gin_rangearray_extractvalue(PG_FUNCTION_ARGS) {
     uint64_t count = 0;
     int64* keys = qn::gin::storedKeys<allocateHuge, pfree>(e.rangesBegin(), static_cast<uint64_t>(e.count / 2),
                                                           (e.count & 1) != 0, finestLevelOf(fcinfo), count,
-                                                          pollInterrupts());
+                                                          qn::pg::PollInterrupts{});
     auto* datums = static_cast<Datum*>(palloc(sizeof(Datum) * (count ? count : 1)));
     for (uint64_t i = 0; i < count; ++i) datums[i] = Int64GetDatum(keys[i]);
     pfree(keys);

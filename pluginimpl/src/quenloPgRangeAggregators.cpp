@@ -4,22 +4,21 @@
 // are read in place, never copied or sorted.
 #include "qnPgRangeExpression.h"
 #include "qnPgRangeSetBuilder.h"
+#include "qnPgSetConversions.h"
 #include "quenloPgUtils.h"
-
-extern "C" {
-#include "miscadmin.h"
-}
 
 using qn::pg::AggCtxHelper;
 using qn::pg::Int4Elements;
 using qn::pg::PgRangeVector;
+using qn::pg::PollInterrupts;
 using qn::pg::RangeInt;
 
 namespace {
 
 const char kSourceFile[] = "pluginimpl/src/quenloPgRangeAggregators";
 
-using RangeKernel = void (*)(const RangeInt*, const RangeInt*, const RangeInt*, const RangeInt*, PgRangeVector&);
+using RangeKernel = void (*)(const RangeInt*, const RangeInt*, const RangeInt*, const RangeInt*, PgRangeVector&,
+                             PollInterrupts);
 
 // Both range-array arguments, read in place; one parity test covers both.
 struct RangeArguments {
@@ -47,7 +46,7 @@ Datum computeRangeResult(FunctionCallInfo fcinfo, RangeKernel kernel, const char
     const RangeArguments args = readRangeArguments(fcinfo, function);
     const int32 largest = Max(args.a.count, args.b.count) / 2;
     PgRangeVector out(static_cast<PgRangeVector::tSize>(largest));
-    kernel(args.a.rangesBegin(), args.a.rangesEnd(), args.b.rangesBegin(), args.b.rangesEnd(), out);
+    kernel(args.a.rangesBegin(), args.a.rangesEnd(), args.b.rangesBegin(), args.b.rangesEnd(), out, {});
     PG_RETURN_ARRAYTYPE_P(qn::pg::buildRangeArrayResult(out, function));
 }
 
@@ -67,13 +66,13 @@ Datum qn_int4range_union(PG_FUNCTION_ARGS) {
     if (PG_ARGISNULL(0) && PG_ARGISNULL(1)) PG_RETURN_NULL();
     if (PG_ARGISNULL(0)) return copyRangeArgument(fcinfo, 1, function);
     if (PG_ARGISNULL(1)) return copyRangeArgument(fcinfo, 0, function);
-    return computeRangeResult(fcinfo, qn::pgRangeArray::computeUnion<int32, palloc, pfree>, function);
+    return computeRangeResult(fcinfo, qn::pgRangeArray::computeUnion<int32, palloc, pfree, PollInterrupts>, function);
 }
 
 // A ∩ B; null when either is null.
 Datum qn_int4range_intersection(PG_FUNCTION_ARGS) {
     if (PG_ARGISNULL(0) || PG_ARGISNULL(1)) PG_RETURN_NULL();
-    return computeRangeResult(fcinfo, qn::pgRangeArray::computeIntersection<int32, palloc, pfree>,
+    return computeRangeResult(fcinfo, qn::pgRangeArray::computeIntersection<int32, palloc, pfree, PollInterrupts>,
                               "qn_int4range_intersection");
 }
 
@@ -82,7 +81,7 @@ Datum qn_int4range_exclusion(PG_FUNCTION_ARGS) {
     const char* function = "qn_int4range_exclusion";
     if (PG_ARGISNULL(0)) PG_RETURN_NULL();
     if (PG_ARGISNULL(1)) return copyRangeArgument(fcinfo, 0, function);
-    return computeRangeResult(fcinfo, qn::pgRangeArray::computeExclusion<int32, palloc, pfree>, function);
+    return computeRangeResult(fcinfo, qn::pgRangeArray::computeExclusion<int32, palloc, pfree, PollInterrupts>, function);
 }
 
 // Some member of A is in B; null when either is null.
@@ -130,7 +129,7 @@ namespace {
 
 struct Int4RangeOpData {
     MemoryContext memoryContext;
-    qn::pgRangeArray::RangeExpression<palloc, pfree> expression;
+    qn::pgRangeArray::RangeExpression<palloc, pfree, PollInterrupts> expression;
 };
 
 // Raises the error of an evaluation step, if any.
@@ -195,7 +194,7 @@ namespace {
 // Row forms besides the three array layouts.
 enum InputForm : uint32 { InputValue = 1, InputBounds = 2 };
 
-using SetBuilder = qn::pgRangeArray::RangeSetBuilder<palloc, pfree>;
+using SetBuilder = qn::pgRangeArray::RangeSetBuilder<palloc, pfree, PollInterrupts>;
 
 struct Int4ToSetOpDataSet {
     MemoryContext memoryContext;
@@ -294,29 +293,19 @@ ArrayType* buildSetResult(const Int4ToSetOpDataSet* state) {
         case ArrayDataTypeRangeArray:
             return qn::pg::buildRangeArrayResult(ranges, function);
         case ArrayDataTypeSet: {
-            const uint64 count = countMembers(ranges.begin(), ranges.end());
-            qn::pg::checkResultElements(count, function, "array overflow");
-            ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(count), false);
-            writeMembers(ranges.begin(), ranges.end(), reinterpret_cast<int32*>(ARR_DATA_PTR(result)),
-                         [] { CHECK_FOR_INTERRUPTS(); });
-            return result;
+            return qn::pg::writeInt4Result(
+                countMembers(ranges.begin(), ranges.end()), function,
+                [&](int32* out) { writeMembers(ranges.begin(), ranges.end(), out, PollInterrupts{}); },
+                "array overflow");
         }
         case ArrayDataTypeMixArray: {
             // The count word (the number of integers, a wrapping 32-bit total), then the
             // items: one word for a single value, two for a range, counted first.
             if (ranges.empty()) return qn::pg::allocateResultArray(0);
-            uint64 words = 1;
-            for (const RangeInt& r : ranges) words += r.lower == r.upper ? 1 : 2;
-            qn::pg::checkResultElements(words, function, "array overflow");
-            qn::pg::PgVector<int32> mix(words);
-            mix.push_back(0);
-            uint32 total = 0;
-            for (const RangeInt& r : ranges) {
-                total += static_cast<uint32>(r.upper) - static_cast<uint32>(r.lower) + 1u;
-                pushIntoMixArray(mix, r.lower, r.upper);
-            }
-            mix[0] = static_cast<int32>(total);
-            return qn::pg::buildInt4Result(mix.data(), mix.size(), function);
+            return qn::pg::writeInt4Result(
+                mixArrayWords(ranges.begin(), ranges.end()), function,
+                [&](int32* out) { writeMixArray(ranges.begin(), ranges.end(), out, PollInterrupts{}); },
+                "array overflow");
         }
         default:
             QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "qn_int4set_agg_finalfn not implemented");
@@ -342,13 +331,13 @@ void uniteSetStates(Int4ToSetOpDataSet* s, const Int4ToSetOpDataSet* x) {
     if (!s->set.direct && !x->set.direct) {
         const uint64 a = ours.size(), b = theirs.size();
         if (!ours.reserveByResizing<resizeChunk>(a + b)) QN_ERROR(ERRCODE_OUT_OF_MEMORY, "addOtherCtx", nullptr);
-        ours.resize(qn::pgRangeArray::uniteInPlace(ours.data(), a, theirs.data(), b));
+        ours.resize(qn::pgRangeArray::uniteInPlace(ours.data(), a, theirs.data(), b, PollInterrupts{}));
         return;
     }
     SetBuilder::Vector& merged = s->set.scratch;
     merged.clear();  // its old contents need not move when it grows
     merged.reserve(ours.size() + theirs.size());
-    qn::pgRangeArray::computeUnion(ours.begin(), ours.end(), theirs.begin(), theirs.end(), merged);
+    qn::pgRangeArray::computeUnion(ours.begin(), ours.end(), theirs.begin(), theirs.end(), merged, PollInterrupts{});
     ours.swap(merged);
     s->set.direct = true;  // a union of lists from elsewhere is trusted as it is
 }

@@ -1,12 +1,15 @@
 // int4set_agg_optimized: int4set_agg for sets of small non-negative integers. The
 // state is one bit per value from 0 to a limit fixed by the first row
 // ('maxinput'), so adding a value is one bit operation whatever the order of the
-// rows. Part of the range aggregators family, whose name its errors report.
+// rows; the bits are allocated as far as the values seen reach, growing
+// geometrically up to the limit. Part of the range aggregators family, whose
+// name its errors report.
 #include "qnPgBitSetBuilder.h"
 #include "quenloPgUtils.h"
 
 using qn::pg::AggCtxHelper;
 using qn::pg::Int4Elements;
+using qn::pg::PollInterrupts;
 
 namespace {
 
@@ -23,7 +26,8 @@ struct Int4ToSetOpDataOptimized {
     uint32 inputType;   // the form of the rows, fixed by the first row; 0 = none yet
     uint32 outputType;  // the array layout of the result
     bool fromDeserialise;  // made by the deserialise function, owned by no one yet
-    qn::pg::PgBitBuffer bits;
+    uint32 limit;          // the bytes values may use, up to the byte of the first row's 'maxinput'
+    qn::pg::PgBitBuffer bits;  // the bytes the values seen so far reach; those past them are zero
 
     // Adds one row: (value | lower, upper | input form, array), maxinput, output form.
     void addRange(FunctionCallInfo fcinfo, bool isB);
@@ -48,28 +52,27 @@ void Int4ToSetOpDataOptimized::addRange(FunctionCallInfo fcinfo, bool isB) {
         const uint32 in = isB ? qn::pgRangeArray::ArrayDataTypeFromChar(charArgument(fcinfo, 1))
                               : (PG_NARGS() == 4 ? InputValue : InputBounds);
         const uint32 out = qn::pgRangeArray::ArrayDataTypeFromChar(charArgument(fcinfo, maxinputArg + 1));
-        const BitSetSizes sizes = bitSetSizes(m);
         bits.fill = 0;
-        bits.reserve(sizes.capacity);
-        bits.resize(sizes.size);
+        limit = bitSetSizes(m).size;
         inputType = in;
         outputType = out;
     }
 
-    const int32 last = bitSetLast(bits.size);
+    const int32 last = bitSetLast(limit);
     switch (inputType) {
         case InputValue: {
             if (PG_ARGISNULL(1)) return;
             const int32 v = PG_GETARG_INT32(1);
-            if (!bitSetHolds(bits.size, v))
+            qn::pgRangeArray::Poller<PollInterrupts> tick({});
+            if (!addBitSetValue(bits, limit, v, tick))
                 QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function,
                          "int4set_agg_optimized value %i is out of range [0;%i]", v, last);
-            setBit(bits.data, static_cast<uint32>(v));
             return;
         }
         case InputBounds:
             if (PG_ARGISNULL(1) || PG_ARGISNULL(2)) return;
-            if (addBitSetBounds(bits.data, bits.size, PG_GETARG_INT32(1), PG_GETARG_INT32(2)) != BitSetAddError::None)
+            if (addBitSetBounds(bits, limit, PG_GETARG_INT32(1), PG_GETARG_INT32(2), PollInterrupts{}) !=
+                BitSetAddError::None)
                 QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function,
                          "int4set_agg_optimized value is out of range [0;%i]", last);
             return;
@@ -79,7 +82,7 @@ void Int4ToSetOpDataOptimized::addRange(FunctionCallInfo fcinfo, bool isB) {
             if (PG_ARGISNULL(2)) return;
             ArrayType* array = PG_GETARG_ARRAYTYPE_P(2);
             const Int4Elements e = qn::pg::readInt4Elements(array);
-            const BitSetAddError error = addBitSetArray(bits.data, bits.size, inputType, e.data, e.count);
+            const BitSetAddError error = addBitSetArray(bits, limit, inputType, e.data, e.count, PollInterrupts{});
             PG_FREE_IF_COPY(array, 2);
             switch (error) {
                 case BitSetAddError::None:
@@ -102,6 +105,7 @@ void Int4ToSetOpDataOptimized::addRange(FunctionCallInfo fcinfo, bool isB) {
 void Int4ToSetOpDataOptimized::copyFrom(const Int4ToSetOpDataOptimized& other) {
     inputType = other.inputType;
     outputType = other.outputType;
+    limit = other.limit;
     bits.fill = other.bits.fill;
     bits.size = 0;
     if (other.bits.capacity) bits.reserve(other.bits.capacity);
@@ -121,13 +125,10 @@ void Int4ToSetOpDataOptimized::merge(const Int4ToSetOpDataOptimized& other) {
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, "addOtherCtx", "fail to combine Int4ToSetOpDataSet");
     if (other.bits.size > bits.size) bits.resize(other.bits.size);
     qn::bitfield::orBitBytes(bits.data, other.bits.data, other.bits.size);
+    limit = Max(limit, other.limit);
 }
 
-bool Int4ToSetOpDataOptimized::hasMembers() const {
-    for (uint32 i = 0; i < bits.size; ++i)
-        if (bits.data[i]) return true;
-    return false;
-}
+bool Int4ToSetOpDataOptimized::hasMembers() const { return qn::bitfield::anyBitSet(bits.data, bits.size); }
 
 Int4ToSetOpDataOptimized* optimizedStateArgument(FunctionCallInfo fcinfo, int argno) {
     return PG_ARGISNULL(argno) ? nullptr : reinterpret_cast<Int4ToSetOpDataOptimized*>(PG_GETARG_POINTER(argno));
@@ -172,11 +173,9 @@ Datum qn_int4set_agg_optimized_finalfn(PG_FUNCTION_ARGS) {
     if (form != ArrayDataTypeSet && form != ArrayDataTypeRangeArray && form != ArrayDataTypeMixArray)
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "qn_int4set_agg_optimized_finalfn not implemented");
     const auto& bits = state->bits;
-    const uint64 n = qn::bitfield::countBitSetElements(bits.data, bits.size, form);
-    qn::pg::checkResultElements(n, function);
-    ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(n));
-    qn::bitfield::writeBitSetElements(bits.data, bits.size, form, reinterpret_cast<int32*>(ARR_DATA_PTR(result)));
-    PG_RETURN_ARRAYTYPE_P(result);
+    PG_RETURN_ARRAYTYPE_P(qn::pg::writeInt4Result(
+        qn::bitfield::countBitSetElements(bits.data, bits.size, form, PollInterrupts{}), function,
+        [&](int32* out) { qn::bitfield::writeBitSetElements(bits.data, bits.size, form, out, PollInterrupts{}); }));
 }
 
 // Combine: the bits of both arguments (either may be NULL), merged into the
@@ -222,6 +221,7 @@ Datum qn_int4set_agg_optimized_deserialfn(PG_FUNCTION_ARGS) {
     }
     state->inputType = static_cast<uint32>(inputType);
     state->outputType = static_cast<uint32>(outputType);
+    state->limit = size;
     if (capacity) {
         state->bits.reserve(capacity);
         if (size) memcpy(state->bits.data, bytes + qn::bitfield::kBitSetStateBitsOffset, size);

@@ -43,7 +43,8 @@ Datum int4set_test_bitfield(FunctionCallInfo fcinfo, bool inclusion) {
     BitFieldView bf;
     if (!qn::pg::getBitFieldInfo(bitfield, bf)) PG_RETURN_BOOL(false);
     bool result = false;
-    switch (qn::bitfield::testSetAgainstBitField(form, e.data, e.count, bf, inclusion, result)) {
+    switch (qn::bitfield::testSetAgainstBitField(form, e.data, e.count, bf, inclusion, result,
+                                                 qn::pg::PollInterrupts{})) {
         case qn::bitfield::SetTestError::None: break;
         case qn::bitfield::SetTestError::OddRangeArray:
         case qn::bitfield::SetTestError::MixRangeWithoutUpper:

@@ -1,29 +1,26 @@
 // Conversions between the set representations: packing a range into an int8 and
 // taking it apart, building the bitfield of a set, converting a set between its
 // int4[] forms, sorting and counting sets, and decoding packed bytea payloads.
-#include <algorithm>
-
 #include "qnPgBitFieldSet.h"
 #include "qnPgSetConversions.h"
 #include "quenloPgUtils.h"
 
-extern "C" {
-#include "miscadmin.h"
-}
-
 using qn::pg::Int4Elements;
+using qn::pg::PollInterrupts;
 
 namespace {
 
 const char kSourceFile[] = "pluginimpl/src/quenloPgRangeConversions";
 
-// A bitfield of nbytes bytes of bits with the given bounds, bits zeroed.
+// A bitfield of nbytes bytes of bits with the given bounds, bits zeroed (up to
+// 512 MB: cleared in slices, cancellable).
 bytea* allocateBitField(int32 min, int32 max, uint32 nbytes) {
     auto* value = static_cast<bytea*>(
-        palloc_extended(qn::bitfield::kHeaderBytes + static_cast<Size>(nbytes), MCXT_ALLOC_ZERO | MCXT_ALLOC_NO_OOM));
+        palloc_extended(qn::bitfield::kHeaderBytes + static_cast<Size>(nbytes), MCXT_ALLOC_NO_OOM));
     if (!value) QN_ERROR(ERRCODE_OUT_OF_MEMORY, "qn_int4set2bitfield_int4", nullptr);
     SET_VARSIZE(value, qn::bitfield::kHeaderBytes + nbytes);
     qn::bitfield::writeBounds(reinterpret_cast<uint8*>(value), min, max);
+    qn::pg::zeroPolled(reinterpret_cast<uint8*>(value) + qn::bitfield::kHeaderBytes, nbytes);
     return value;
 }
 
@@ -45,7 +42,7 @@ const char kConvFunction[] = "qn_int4setconv_int4";
 // 's' to 'r': runs of consecutive values; the input must be non-decreasing.
 ArrayType* setToRangeArray(const Int4Elements& e) {
     qn::pg::PgRangeVector ranges(1024);
-    if (!qn::pgRangeArray::scalarsToRanges(e.data, e.data + e.count, ranges))
+    if (!qn::pgRangeArray::scalarsToRanges(e.data, e.data + e.count, ranges, PollInterrupts{}))
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "convertScalarToRangeArray input data is not sorted");
     return qn::pg::buildRangeArrayResult(ranges, kConvFunction);
 }
@@ -53,7 +50,7 @@ ArrayType* setToRangeArray(const Int4Elements& e) {
 // 's' to 'm': the raw input count as count word, then one item per run.
 ArrayType* setToMixArray(const Int4Elements& e) {
     qn::pg::PgVector<int32> mix(1024);
-    if (!qn::pgRangeArray::scalarsToMixArray(e.data, e.data + e.count, mix))
+    if (!qn::pgRangeArray::scalarsToMixArray(e.data, e.data + e.count, mix, PollInterrupts{}))
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "convertScalarToMixArrayInt4 input data is not sorted");
     qn::pg::checkResultElements(mix.size(), kConvFunction, "array overflow");
     return qn::pg::buildInt4Result(mix.data(), mix.size(), kConvFunction);
@@ -68,27 +65,28 @@ void requireEvenCount(const Int4Elements& e) {
 // nothing, overlapping pairs repeat their common members.
 ArrayType* rangeArrayToSet(const Int4Elements& e) {
     requireEvenCount(e);
-    const uint64 count = qn::pgRangeArray::countMembers(e.rangesBegin(), e.rangesEnd());
-    qn::pg::checkResultElements(count, kConvFunction);
-    ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(count));
-    qn::pgRangeArray::writeMembers(e.rangesBegin(), e.rangesEnd(), reinterpret_cast<int32*>(ARR_DATA_PTR(result)),
-                                   [] { CHECK_FOR_INTERRUPTS(); });
-    return result;
+    return qn::pg::writeInt4Result(qn::pgRangeArray::countMembers(e.rangesBegin(), e.rangesEnd()), kConvFunction,
+                                   [&](int32* out) {
+                                       qn::pgRangeArray::writeMembers(e.rangesBegin(), e.rangesEnd(), out,
+                                                                      PollInterrupts{});
+                                   });
 }
 
 // 'r' to 'm': one item per pair, unchecked, after the wrapping member total.
 ArrayType* rangeArrayToMixArray(const Int4Elements& e) {
     requireEvenCount(e);
-    qn::pg::PgVector<int32> mix(1024);
-    qn::pgRangeArray::rangesToMixArray(e.rangesBegin(), e.rangesEnd(), mix);
-    return qn::pg::buildInt4Result(mix.data(), mix.size(), kConvFunction);
+    return qn::pg::writeInt4Result(qn::pgRangeArray::mixArrayWords(e.rangesBegin(), e.rangesEnd()), kConvFunction,
+                                   [&](int32* out) {
+                                       qn::pgRangeArray::writeMixArray(e.rangesBegin(), e.rangesEnd(), out,
+                                                                       PollInterrupts{});
+                                   });
 }
 
 // 'm' to 'r': one range per item, in item order.
 ArrayType* mixArrayToRangeArray(const Int4Elements& e) {
     qn::pg::PgRangeVector ranges(1024);
     const char* error = nullptr;
-    qn::pgRangeArray::convertMixToRangeArray(e.data, e.data + e.count, ranges, error);
+    qn::pgRangeArray::convertMixToRangeArray(e.data, e.data + e.count, ranges, error, PollInterrupts{});
     if (error) QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "%s", error);
     return qn::pg::buildRangeArrayResult(ranges, kConvFunction);
 }
@@ -106,11 +104,9 @@ ArrayType* mixArrayToSet(const Int4Elements& e) {
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "%s", "Invalid range definition");
     if (members != static_cast<uint64>(declared))
         QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, kConvFunction, "%s", "Conversion error");
-    qn::pg::checkResultElements(members, kConvFunction);
-    ArrayType* result = qn::pg::allocateResultArray(declared);
-    qn::pgRangeArray::expandMixArray(items, e.data + e.count, reinterpret_cast<int32*>(ARR_DATA_PTR(result)),
-                                     static_cast<uint64>(declared), [] { CHECK_FOR_INTERRUPTS(); });
-    return result;
+    return qn::pg::writeInt4Result(members, kConvFunction, [&](int32* out) {
+        qn::pgRangeArray::expandMixArray(items, e.data + e.count, out, members, PollInterrupts{});
+    });
 }
 
 }  // namespace
@@ -173,7 +169,7 @@ Datum qn_int4set2bitfield_int4(PG_FUNCTION_ARGS) {
         PG_RETURN_BYTEA_P(allocateBitField(0, -1, plan.nbytes));
     bytea* value = allocateBitField(plan.min, plan.max, plan.nbytes);
     auto* bits = reinterpret_cast<uint8*>(value) + qn::bitfield::kHeaderBytes;
-    raiseBuildError(qn::bitfield::fillBitField(form, e.data, e.count, plan, bits));
+    raiseBuildError(qn::bitfield::fillBitField(form, e.data, e.count, plan, bits, PollInterrupts{}));
     PG_RETURN_BYTEA_P(value);
 }
 
@@ -210,9 +206,11 @@ Datum qn_sort_int4(PG_FUNCTION_ARGS) {
     const ArrayType* values = PG_GETARG_ARRAYTYPE_P(0);
     if (ARR_ELEMTYPE(values) != INT4OID) QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "accept only int4[]");
     const Int4Elements e = qn::pg::readInt4Elements(values);
-    ArrayType* result = qn::pg::buildInt4Result(e.data, static_cast<uint64>(e.count), function);
-    auto* sorted = reinterpret_cast<int32*>(ARR_DATA_PTR(result));
-    std::sort(sorted, sorted + e.count);
+    const auto n = static_cast<uint64>(e.count);
+    auto* scratch = static_cast<int32*>(palloc((n ? n : 1) * sizeof(int32)));
+    ArrayType* result = qn::pg::writeInt4Result(
+        n, function, [&](int32* out) { qn::pgRangeArray::sortValuesInto(e.data, out, scratch, n, PollInterrupts{}); });
+    pfree(scratch);
     PG_RETURN_ARRAYTYPE_P(result);
 }
 
@@ -248,10 +246,9 @@ Datum qn_bytea2floatarray(PG_FUNCTION_ARGS) {
     if (n % sizeof(float4))
         QN_ERROR(ERRCODE_INVALID_BINARY_REPRESENTATION, "qn_bytea2floatarray",
                  "invalid byte count to represent a float array");
-    qn::pg::checkResultElements(n / sizeof(float4), "qn_bytea2floatarray");
-    ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(n / sizeof(float4)));
+    ArrayType* result = qn::pg::writeInt4Result(n / sizeof(float4), "qn_bytea2floatarray",
+                                                [&](int32* out) { qn::pg::copyPolled(out, VARDATA_ANY(payload), n); });
     result->elemtype = FLOAT4OID;
-    if (n) memcpy(ARR_DATA_PTR(result), VARDATA_ANY(payload), n);
     PG_RETURN_ARRAYTYPE_P(result);
 }
 
@@ -268,7 +265,7 @@ Datum qn_bytea2mix2rangearray(PG_FUNCTION_ARGS) {
     const auto* words = reinterpret_cast<const int32*>(VARDATA(payload));
     qn::pg::PgRangeVector ranges(1024);
     const char* error = nullptr;
-    qn::pgRangeArray::convertMixToRangeArray(words, words + n / sizeof(int32), ranges, error);
+    qn::pgRangeArray::convertMixToRangeArray(words, words + n / sizeof(int32), ranges, error, PollInterrupts{});
     if (error) QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "%s", error);
     PG_RETURN_ARRAYTYPE_P(qn::pg::buildRangeArrayResult(ranges, function));
 }

@@ -22,7 +22,6 @@
 extern "C" {
 #include "access/htup_details.h"
 #include "funcapi.h"
-#include "miscadmin.h"
 #include "utils/builtins.h"
 #include "utils/rangetypes.h"
 #include "utils/typcache.h"
@@ -33,6 +32,7 @@ extern "C" {
 #pragma GCC diagnostic pop
 
 using qn::pg::Int4Elements;
+using qn::pg::PollInterrupts;
 using qn::pg::RangeInt;
 
 namespace {
@@ -58,7 +58,7 @@ RangeInt* allocateRanges(uint64 n) {
 // Normalises ranges[0, n) in place; returns the number of ranges left.
 uint64 normaliseInPlace(RangeInt* ranges, uint64 n) {
     return static_cast<uint64>(
-        qn::pgRangeArray::normaliseRanges<allocateHuge, pfree>(ranges, n, [] { CHECK_FOR_INTERRUPTS(); }));
+        qn::pgRangeArray::normaliseRanges<allocateHuge, pfree>(ranges, n, PollInterrupts{}));
 }
 
 // A range array of n ranges. More than MaxArraySize elements is refused before
@@ -186,25 +186,57 @@ Datum qn_rangearray_from_int4ranges(PG_FUNCTION_ARGS) {
     PG_RETURN_ARRAYTYPE_P(buildRangeArray(closed, n, function));
 }
 
+// The bytes of the int4range of [lower, upper] as range_serialize makes it: the
+// header (length word, type OID), a value per bounded end of a non-empty range,
+// and the flags byte.
+Size int4RangeBytes(const RangeInt& r) {
+    const Size bounds = r.lower > r.upper ? 0 : (r.lower != PG_INT32_MIN ? 4 : 0) + (r.upper != PG_INT32_MAX ? 4 : 0);
+    return sizeof(RangeType) + bounds + 1;
+}
+
 // One int4range per pair of a range array, in pair order, neither sorted nor
 // merged; a pair with lower > upper is the empty range. The empty range array
-// gives PostgreSQL's empty array.
+// gives PostgreSQL's empty array. The result is sized first and each range is
+// serialised straight into it (through a small context, reset as it goes), as
+// construct_array would lay it out: no array of datums, no range kept apart.
 Datum qn_rangearray_to_int4ranges(PG_FUNCTION_ARGS) {
     const char* function = "qn_rangearray_to_int4ranges";
     const Int4Elements e = rangeArrayArgument(fcinfo, 0, function);
     const uint64 n = static_cast<uint64>(e.count / 2);
-    // A bounded int4range takes 20 bytes in an array: a larger result cannot be allocated.
-    if (n > MaxArraySize || n > (MaxAllocSize - ARR_OVERHEAD_NONULLS(1)) / 20)
-        QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow ");
+    if (n == 0) PG_RETURN_ARRAYTYPE_P(construct_empty_array(INT4RANGEOID));
     TypeCacheEntry* typcache = int4RangeTypeCache();
-    auto* elements = static_cast<Datum*>(palloc((n ? n : 1) * sizeof(Datum)));
-    const RangeInt* r = e.rangesBegin();
-    for (uint64 i = 0; i < n; ++i, ++r) {
-        if ((i & 0xffff) == 0xffff) CHECK_FOR_INTERRUPTS();
-        elements[i] = RangeTypePGetDatum(int4Range(typcache, r->lower, r->upper));
+    const char align = typcache->typalign;
+    const RangeInt* const ranges = e.rangesBegin();
+    Size bytes = ARR_OVERHEAD_NONULLS(1);
+    for (uint64 i = 0; i < n; ++i) bytes = att_align_nominal(bytes + int4RangeBytes(ranges[i]), align);
+    if (n > MaxArraySize || bytes > MaxAllocSize) QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow ");
+    auto* result = static_cast<ArrayType*>(palloc(bytes));
+    SET_VARSIZE(result, bytes);
+    result->ndim = 1;
+    result->dataoffset = 0;
+    result->elemtype = INT4RANGEOID;
+    ARR_DIMS(result)[0] = static_cast<int>(n);
+    ARR_LBOUND(result)[0] = 1;
+    char* out = ARR_DATA_PTR(result);
+    MemoryContext scratch = AllocSetContextCreate(CurrentMemoryContext, "qn_rangearray_to_int4ranges", ALLOCSET_SMALL_SIZES);
+    MemoryContext caller = MemoryContextSwitchTo(scratch);
+    for (uint64 i = 0; i < n; ++i) {
+        if ((i & 0xffff) == 0xffff) {
+            MemoryContextReset(scratch);
+            CHECK_FOR_INTERRUPTS();
+        }
+        const RangeType* range = int4Range(typcache, ranges[i].lower, ranges[i].upper);
+        const Size size = VARSIZE(range);
+        if (size != int4RangeBytes(ranges[i]))
+            QN_ERROR(ERRCODE_INTERNAL_ERROR, function, "unexpected int4range of %zu bytes", static_cast<size_t>(size));
+        const Size padded = att_align_nominal(size, align);
+        memcpy(out, range, size);
+        memset(out + size, 0, padded - size);
+        out += padded;
     }
-    PG_RETURN_ARRAYTYPE_P(construct_array(elements, static_cast<int>(n), INT4RANGEOID, typcache->typlen,
-                                          typcache->typbyval, typcache->typalign));
+    MemoryContextSwitchTo(caller);
+    MemoryContextDelete(scratch);
+    PG_RETURN_ARRAYTYPE_P(result);
 }
 
 // The pairs of a range array as (lower, upper) rows, in pair order, one row per
@@ -335,9 +367,10 @@ Datum qn_rangearray_from_int4multirange(PG_FUNCTION_ARGS) {
     TypeCacheEntry* rangeType = lookup_type_cache(INT4MULTIRANGEOID, TYPECACHE_MULTIRANGE_INFO)->rngtype;
     const uint64 n = multirange->rangeCount;
     if (n > MaxArraySize / 2) QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow ");
-    ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(n * 2));
+    ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(n * 2), false);
     auto* out = reinterpret_cast<RangeInt*>(ARR_DATA_PTR(result));
     for (uint32 i = 0; i < n; ++i) {
+        if ((i & 0xffff) == 0xffff) CHECK_FOR_INTERRUPTS();
         RangeBound lower, upper;
         multirange_get_bounds(rangeType, multirange, i, &lower, &upper);
         out[i] = closedRange(lower, upper);
@@ -366,7 +399,7 @@ Datum qn_rangearray_to_int4multirange(PG_FUNCTION_ARGS) {
     auto* result = static_cast<MultirangeType*>(palloc(size));
     SET_VARSIZE(result, size);
     qn::pgRangeArray::writeInt4Multirange(reinterpret_cast<uint8*>(result), INT4MULTIRANGEOID, ranges, ranges + n,
-                                          [] { CHECK_FOR_INTERRUPTS(); });
+                                          PollInterrupts{});
     PG_RETURN_MULTIRANGE_P(result);
 }
 

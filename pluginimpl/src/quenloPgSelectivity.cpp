@@ -159,8 +159,11 @@ bool statisticsUsable(VariableStatData* vd, Oid type, Oid opfunc) {
 // A column's statistics; a packed-range column's histogram also builds its
 // model. Without usable statistics `c` is left empty, which the estimates read
 // as "use the defaults", and the result is false.
+void pollInterrupts() { CHECK_FOR_INTERRUPTS(); }
+
 bool loadColumn(VariableStatData* vd, Oid type, Oid opfunc, ColumnStats& c, Model& model, bool& haveModel) {
     c = ColumnStats();
+    c.poll = pollInterrupts;
     haveModel = false;
     if (!statisticsUsable(vd, type, opfunc)) return false;
     c.nullfrac = reinterpret_cast<Form_pg_statistic>(GETSTRUCT(vd->statsTuple))->stanullfrac;
@@ -328,8 +331,10 @@ double operandInColumn(Strategy s, bool columnOnLeft, VariableStatData* vd, Oid 
     Samples samples;
     if (!sampleColumn(vd, type, opfunc, samples)) return qn::selectivity::kDefaultPieceSelectivity;
     double sel = 0;
-    for (int j = 0; j < samples.n; ++j)
+    for (int j = 0; j < samples.n; ++j) {
+        CHECK_FOR_INTERRUPTS();  // each test may walk the whole constant
         if (operandInValue(s, columnOnLeft, operand, samples.values[j])) sel += samples.weights[j];
+    }
     return qn::selectivity::clampProbability(sel);
 }
 

@@ -53,11 +53,35 @@ ArrayType* allocateResultArray(int32 n, bool zeroed) {
 }
 
 ArrayType* buildInt4Result(const int32* elements, uint64_t n, const char* function) {
-    checkResultElements(n, function);
-    ArrayType* result = allocateResultArray(static_cast<int32>(n), false);
-    if (n) memcpy(ARR_DATA_PTR(result), elements, n * sizeof(int32));
-    return result;
+    return writeInt4Result(n, function, [&](int32* out) { copyPolled(out, elements, n * sizeof(int32)); });
 }
+
+namespace {
+
+// Writes `bytes` bytes at `to` in slices, from `from` (null: zeros).
+void writePolled(char* to, const char* from, size_t bytes) {
+    constexpr size_t kSlice = size_t{4} << 20;
+    while (bytes > 0) {
+        const size_t n = bytes < kSlice ? bytes : kSlice;
+        if (from) {
+            memcpy(to, from, n);
+            from += n;
+        } else {
+            memset(to, 0, n);
+        }
+        to += n;
+        bytes -= n;
+        CHECK_FOR_INTERRUPTS();
+    }
+}
+
+}  // namespace
+
+void copyPolled(void* to, const void* from, size_t bytes) {
+    writePolled(static_cast<char*>(to), static_cast<const char*>(from), bytes);
+}
+
+void zeroPolled(void* to, size_t bytes) { writePolled(static_cast<char*>(to), nullptr, bytes); }
 
 namespace {
 

@@ -66,6 +66,15 @@ private:
     const uint8_t* end_;
 };
 
+// The next number of a splitmix64 sequence whose state is s: many values from a
+// few bytes of input.
+inline uint64_t splitmix64(uint64_t& s) {
+    uint64_t x = (s += 0x9e3779b97f4a7c15ull);
+    x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ull;
+    x = (x ^ (x >> 27)) * 0x94d049bb133111ebull;
+    return x ^ (x >> 31);
+}
+
 // Values in a heap array of exactly their number: a read one past it is an ASan report.
 template <typename T>
 struct Exact {

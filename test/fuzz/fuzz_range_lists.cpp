@@ -5,8 +5,9 @@
 // 1 normaliseRanges (several normalised lists in a row reach the run merge, raw
 //   pairs the radix sort) and isNormalised;
 // 2 rangeArrayInsert and the set builder (batches from 256 ranges, so they reach
-//   the radix sort): the builder's list, whenever flushed, is the list one
-//   rangeArrayInsert per range makes;
+//   the radix sort; blocks of 8 ranges, so that a direct list of a few dozen
+//   ranges spreads over many): the builder's list, whenever flushed, is the list
+//   one rangeArrayInsert per range makes;
 // 3 the packed range text: any bytes parse without passing their end, and any
 //   two bounds format and read back the same.
 // On normalised lists (bounds within INT32_MAX where a kernel takes 32-bit differences)
@@ -86,10 +87,7 @@ void normalise(Reader& in, uint8_t mode) {
 std::vector<R> generated(uint64_t s, int64_t base, int64_t width, int64_t length, size_t count, unsigned odd) {
     std::vector<R> v;
     for (size_t i = 0; i < count; ++i) {
-        uint64_t x = (s += 0x9e3779b97f4a7c15ull);  // splitmix64
-        x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ull;
-        x = (x ^ (x >> 27)) * 0x94d049bb133111ebull;
-        x ^= x >> 31;
+        const uint64_t x = splitmix64(s);
         const int64_t lower = std::clamp<int64_t>(base + static_cast<int64_t>(x % static_cast<uint64_t>(width)),
                                                   INT32_MIN, INT32_MAX - 1);
         const int64_t upper = std::min<int64_t>(lower + static_cast<int64_t>((x >> 32) % length), INT32_MAX - 1);
@@ -101,7 +99,7 @@ std::vector<R> generated(uint64_t s, int64_t base, int64_t width, int64_t length
 }
 
 void insert(Reader& in, uint8_t mode) {
-    using Builder = RangeSetBuilder<malloc, free, 256>;
+    using Builder = RangeSetBuilder<malloc, free, NoPoll, 256, 8>;
     const uint64_t flushes = in.u64();  // bit i: flush and compare after range i (cycling)
     std::vector<R> initial;
     bool initialNormalised = true;
