@@ -65,7 +65,6 @@ struct RangeExpression {
     int32_t badOperation;  // the operation id behind the last UnknownOperation
 
     void init() {
-        for (Vector& v : vectors) v.reserve(1024);
         scratch = kVectors - 1;
         for (int32_t k = 0; k <= kMaxDepth; ++k) levels[k] = Level{k, RangeOpNone};
         depth = 0;

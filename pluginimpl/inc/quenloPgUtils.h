@@ -148,21 +148,6 @@ inline const ArrayType* arrayArgumentCached(FunctionCallInfo fcinfo, int argno) 
 // words, raises 22023 "invalid bitfield array" from `function`.
 bool getBitFieldInfo(const bytea* value, qn::bitfield::BitFieldView& view, const char* function = "getBitFieldInfo");
 
-// Fetches or creates an aggregate's transition state and keeps the state's own
-// memory context current while it is in scope.
-//
-// T's first field is the MemoryContext that holds the state and everything
-// allocated for it; a new state is allocated zeroed in a fresh context, a child
-// of the aggregate context, whose identifier names the SQL function that made it
-// (so memory-context dumps show it). The state lives as long as the aggregate
-// context: final functions only read it, since the server may finalise one state
-// several times (a hash table kept across rescans, a window frame that grows) and
-// may go on adding rows after a final call.
-// The caller's context comes back when the helper goes out of scope; an error
-// leaves by longjmp without running the destructor, and the server's error
-// recovery resets the current context itself.
-// Refuses a call from outside an aggregate (a NULL::internal from SQL), so no
-// state can be made with user data and no context is left without a parent.
 // The aggregate context of a call; refuses a call from outside an aggregate.
 inline MemoryContext aggregateContextOf(FunctionCallInfo fcinfo, const char* identifier) {
     MemoryContext aggregateContext = nullptr;
@@ -172,6 +157,23 @@ inline MemoryContext aggregateContextOf(FunctionCallInfo fcinfo, const char* ide
     return aggregateContext;
 }
 
+// Fetches or creates an aggregate's transition state and keeps the aggregate
+// context current while it is in scope.
+//
+// T's first field is the MemoryContext that holds the state and everything
+// allocated for it: the aggregate context itself, which the server resets with
+// the group (or with a hashed aggregate's batch). A state has no context of its
+// own and starts with empty buffers that grow with what it holds, so that many
+// small groups (hashed, per partition, per worker) cost what their sets cost.
+// A new state is allocated zeroed. The state lives as long as the aggregate
+// context: final functions only read it, since the server may finalise one
+// state several times (a hash table kept across rescans, a window frame that
+// grows) and may go on adding rows after a final call.
+// The caller's context comes back when the helper goes out of scope; an error
+// leaves by longjmp without running the destructor, and the server's error
+// recovery resets the current context itself.
+// Refuses a call from outside an aggregate (a NULL::internal from SQL), so no
+// state can be made with user data.
 template <typename T>
 class AggCtxHelper {
 public:
@@ -183,11 +185,9 @@ public:
             MemoryContextSwitchTo(state->memoryContext);
             return;
         }
-        MemoryContext context = AllocSetContextCreateInternal(aggregateContext, "", ALLOCSET_DEFAULT_SIZES);
-        MemoryContextSetIdentifier(context, identifier);
-        MemoryContextSwitchTo(context);
+        MemoryContextSwitchTo(aggregateContext);
         state = static_cast<T*>(palloc0(sizeof(T)));
-        state->memoryContext = context;
+        state->memoryContext = aggregateContext;
     }
 
     ~AggCtxHelper() { MemoryContextSwitchTo(previousContext); }
@@ -200,30 +200,34 @@ public:
     const MemoryContext previousContext;
 };
 
+// A state for a deserialise function to fill: zeroed, in the caller's context,
+// which is the server's per-input-tuple memory. A hashed aggregate deserialises
+// a tuple's partial states before it knows whether it will spill the tuple, so
+// a state that is never combined must go with the tuple, costing no more than
+// its bytes meanwhile; combineInPlace copies what it keeps.
+template <typename T>
+T* newDeserialisedState(FunctionCallInfo fcinfo, const char* identifier) {
+    aggregateContextOf(fcinfo, identifier);
+    T* state = static_cast<T*>(palloc0(sizeof(T)));
+    state->memoryContext = CurrentMemoryContext;
+    return state;
+}
+
 // Combining in place. A combine function merges its second state into its first
 // and returns the first, as PostgreSQL allows: the group's state grows to the
 // result instead of a new state being made at each step. The second state is
-// only read, since its owner (a partial aggregate below, whose hash table may be
-// read again on a rescan) keeps it, unless a deserialise function made it: such
-// a state belongs to nobody else, so the first combine of a group takes it over
-// as the group's state, and a later one frees it once merged. T has a bool
-// `fromDeserialise`, set by the deserialise function.
+// only read: its owner keeps it (a partial aggregate below, whose hash table may
+// be read again on a rescan), or it is a deserialised state that the server
+// frees with the input tuple.
 //
 // merge(state, second, created) runs with the state's context current; second
 // is null when the second argument is, and created tells that the state is new.
 template <typename T, typename Merge>
 Datum combineInPlace(FunctionCallInfo fcinfo, const char* identifier, Merge merge) {
-    const MemoryContext aggregateContext = aggregateContextOf(fcinfo, identifier);
     T* state = PG_ARGISNULL(0) ? nullptr : reinterpret_cast<T*>(PG_GETARG_POINTER(0));
     T* second = PG_ARGISNULL(1) ? nullptr : reinterpret_cast<T*>(PG_GETARG_POINTER(1));
-    if (!state && second && second->fromDeserialise) {
-        second->fromDeserialise = false;
-        MemoryContextSetParent(second->memoryContext, aggregateContext);
-        PG_RETURN_POINTER(second);
-    }
     AggCtxHelper<T> helper(state, fcinfo, identifier);
     merge(state, second, helper.created);
-    if (second && second->fromDeserialise) MemoryContextDelete(second->memoryContext);
     PG_RETURN_POINTER(state);
 }
 

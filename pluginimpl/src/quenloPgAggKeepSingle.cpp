@@ -17,7 +17,6 @@ struct AggKeepSingleContext {
     bool policy;   // every row must match the kept value
     Datum value;   // by-value types: the value; bytea and text: a detoasted copy in the state's context
     Oid typeOid;   // the type of the values; 0 = no row yet
-    bool fromDeserialise;  // made by the deserialise function, owned by no one yet
 };
 
 enum class KeptAs { Unsupported, ByValue, Varlena };
@@ -167,10 +166,8 @@ Datum qn_agg_keep_single_serialfn(PG_FUNCTION_ARGS) {
 // Deserialise: a new state, policy off, from a serialised one; only argument 0 is read.
 Datum qn_agg_keep_single_deserialfn(PG_FUNCTION_ARGS) {
     using namespace qn::keepsingle;
-    AggKeepSingleContext* state = nullptr;
-    AggCtxHelper<AggKeepSingleContext> helper(state, fcinfo, "qn_agg_keep_single_deserialfn");
+    auto* state = qn::pg::newDeserialisedState<AggKeepSingleContext>(fcinfo, "qn_agg_keep_single_deserialfn");
     state->isNull = true;
-    state->fromDeserialise = true;
     if (PG_ARGISNULL(0)) PG_RETURN_POINTER(state);
     bytea* serialised = PG_GETARG_BYTEA_P(0);
     KeepSingleStateView view;

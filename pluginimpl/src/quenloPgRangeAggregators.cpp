@@ -200,7 +200,6 @@ struct Int4ToSetOpDataSet {
     MemoryContext memoryContext;
     uint32 inputType;   // the form of the rows, fixed by the first row; 0 = none yet
     uint32 outputType;  // the array layout of the result
-    bool fromDeserialise;  // made by the deserialise function, owned by no one yet
     SetBuilder set;
 };
 
@@ -259,7 +258,6 @@ void addArrayRow(SetBuilder& set, uint32 inputType, const ArrayType* array) {
 Datum int4setAggTransition(FunctionCallInfo fcinfo, bool isB) {
     Int4ToSetOpDataSet* state = setStateArgument(fcinfo, 0);
     AggCtxHelper<Int4ToSetOpDataSet> helper(state, fcinfo, "qn_int4set_agg_transfn");
-    if (helper.created) state->set.ranges.reserve(1024);
     const bool threeArguments = PG_NARGS() == 3;
     if (state->inputType == 0) {
         state->inputType = isB ? qn::pgRangeArray::ArrayDataTypeFromChar(PG_GETARG_CHAR(1))
@@ -415,12 +413,8 @@ Datum qn_int4set_agg_serialfn(PG_FUNCTION_ARGS) {
 // Deserialise: a new state from a serialised one; only argument 0 is read.
 Datum qn_int4set_agg_deserialfn(PG_FUNCTION_ARGS) {
     using qn::pgRangeArray::SetStateError;
-    Int4ToSetOpDataSet* state = nullptr;
-    AggCtxHelper<Int4ToSetOpDataSet> helper(state, fcinfo, "qn_int4set_agg_deserialfn");
-    if (PG_ARGISNULL(0)) {
-        state->fromDeserialise = true;
-        PG_RETURN_POINTER(state);
-    }
+    auto* state = qn::pg::newDeserialisedState<Int4ToSetOpDataSet>(fcinfo, "qn_int4set_agg_deserialfn");
+    if (PG_ARGISNULL(0)) PG_RETURN_POINTER(state);
     bytea* serialised = PG_GETARG_BYTEA_P(0);
     const auto* bytes = reinterpret_cast<const uint8*>(serialised);
     int32 inputType = 0, outputType = 0;
@@ -441,7 +435,6 @@ Datum qn_int4set_agg_deserialfn(PG_FUNCTION_ARGS) {
     // A list from elsewhere is trusted as it is; a plain one is combined as the
     // builder would have combined its rows.
     state->set.direct = !qn::pgRangeArray::isPlainList(ranges.begin(), ranges.end());
-    state->fromDeserialise = true;
     PG_FREE_IF_COPY(serialised, 0);
     PG_RETURN_POINTER(state);
 }

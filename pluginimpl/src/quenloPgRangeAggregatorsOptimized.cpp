@@ -25,7 +25,6 @@ struct Int4ToSetOpDataOptimized {
     MemoryContext memoryContext;
     uint32 inputType;   // the form of the rows, fixed by the first row; 0 = none yet
     uint32 outputType;  // the array layout of the result
-    bool fromDeserialise;  // made by the deserialise function, owned by no one yet
     uint32 limit;          // the bytes values may use, up to the byte of the first row's 'maxinput'
     qn::pg::PgBitBuffer bits;  // the bytes the values seen so far reach; those past them are zero
 
@@ -204,9 +203,8 @@ Datum qn_int4set_agg_optimized_serialfn(PG_FUNCTION_ARGS) {
 // Deserialise: a new state from a serialised one; only argument 0 is read.
 Datum qn_int4set_agg_optimized_deserialfn(PG_FUNCTION_ARGS) {
     using qn::bitfield::BitSetStateError;
-    Int4ToSetOpDataOptimized* state = nullptr;
-    AggCtxHelper<Int4ToSetOpDataOptimized> helper(state, fcinfo, "qn_int4set_agg_optimized_deserialfn");
-    state->fromDeserialise = true;
+    auto* state =
+        qn::pg::newDeserialisedState<Int4ToSetOpDataOptimized>(fcinfo, "qn_int4set_agg_optimized_deserialfn");
     if (PG_ARGISNULL(0)) PG_RETURN_POINTER(state);
     bytea* serialised = PG_GETARG_BYTEA_P(0);
     const auto* bytes = reinterpret_cast<const uint8*>(serialised);

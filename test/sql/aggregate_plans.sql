@@ -102,6 +102,24 @@ SELECT * FROM pg_temp.check('parallel, sorted', '{partial}', '{"Partial GroupAgg
 SET enable_hashagg = on;
 SET enable_sort = off;
 SELECT * FROM pg_temp.check('parallel, hashed', '{partial}', '{"Partial HashAggregate","Finalize HashAggregate"}');
+-- 12,000 groups of partial states under 64 kB of work_mem: the final step spills, and the states it deserialises for
+-- tuples it spills go with those tuples. Its memory is of the order of array_agg's on the same rows, its answers the
+-- serial plan's.
+CREATE TABLE many_groups AS SELECT i % 12000 AS g, hashint4(i) % 1000 AS v FROM generate_series(1, 240000) i;
+ANALYZE many_groups;
+\set many 'SELECT g, int4set_agg(v, ''r'') AS a, int4set_agg_optimized(abs(v), 1000, ''m'') AS b, agg_keep_single(g) AS c FROM many_groups GROUP BY g'
+\set many_arrays 'SELECT g, array_agg(v) AS a, array_agg(abs(v)) AS b, array_agg(g) AS c FROM many_groups GROUP BY g'
+SET work_mem = '64kB';
+SELECT pg_temp.plan_has(:'many', 'Finalize HashAggregate') AS finalize_hashed,
+       pg_temp.hash_agg_max(:'many', 'HashAgg Batches') > 1 AS spilled,
+       pg_temp.hash_agg_max(:'many', 'Peak Memory Usage') <= 4 * pg_temp.hash_agg_max(:'many_arrays', 'Peak Memory Usage')
+           AS memory_as_array_agg,
+       (SELECT md5(string_agg(s::text, ',' ORDER BY g)) FROM (:many) s) AS parallel_answer \gset
+SET max_parallel_workers_per_gather = 0;
+SELECT :'finalize_hashed' AS finalize_hashed, :'spilled' AS spilled, :'memory_as_array_agg' AS memory_as_array_agg,
+       (SELECT md5(string_agg(s::text, ',' ORDER BY g)) FROM (:many) s) = :'parallel_answer' AS same_answer;
+SET max_parallel_workers_per_gather = 2;
+SET work_mem = '256MB';
 
 -- Partition-wise, parallel and serial; the third partition's states saw only rows without members.
 SET enable_partitionwise_aggregate = on;
