@@ -1,0 +1,435 @@
+// int4set payloads against a model of canonical int64 intervals: the line's
+// ends, each container kind and the moves between them, canonical form (one
+// set, one payload, and the validator refusing every other), the algebra and
+// tests on random sets of every shape, order, text and allocation failures.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "qnPgInt4SetOps.h"
+#include "qnPgInt4SetText.h"
+
+namespace {
+
+using namespace qn::int4set;
+using Interval = std::pair<int64_t, int64_t>;
+using Model = std::vector<Interval>;  // sorted, disjoint, not adjacent
+using Bytes = std::vector<uint8_t>;
+
+Model canonical(Model v) {
+    std::sort(v.begin(), v.end());
+    Model out;
+    for (const Interval& i : v)
+        if (!out.empty() && i.first <= out.back().second + 1)
+            out.back().second = std::max(out.back().second, i.second);
+        else
+            out.push_back(i);
+    return out;
+}
+
+bool has(const Model& m, int64_t v) {
+    auto it = std::upper_bound(m.begin(), m.end(), Interval{v, INT64_MAX});
+    return it != m.begin() && std::prev(it)->second >= v;
+}
+
+// a op b by a sweep over the bounds of both: op 0 union, 1 intersection, 2 difference.
+Model setOp(int op, const Model& a, const Model& b) {
+    std::vector<int64_t> cuts;
+    for (const Model* m : {&a, &b})
+        for (const Interval& i : *m) cuts.insert(cuts.end(), {i.first, i.second + 1});
+    std::sort(cuts.begin(), cuts.end());
+    Model out;
+    for (size_t k = 0; k + 1 < cuts.size(); ++k) {
+        const bool x = has(a, cuts[k]), y = has(b, cuts[k]);
+        if (op == 0 ? x || y : op == 1 ? x && y : x && !y) out.emplace_back(cuts[k], cuts[k + 1] - 1);
+    }
+    return canonical(out);
+}
+
+Bytes own(Encoded e) {
+    Bytes b(e.payload, e.payload + e.size);
+    std::free(e.buffer);
+    return b;
+}
+
+Bytes encode(const Model& m) {
+    std::vector<Range32> r;
+    for (const Interval& i : m) r.push_back(Range32{static_cast<int32_t>(i.first), static_cast<int32_t>(i.second)});
+    Encoded e;
+    EXPECT_EQ((encodeRanges<malloc, free>(r.data(), r.data() + r.size(), 4, e)), Status::Ok);
+    EXPECT_EQ(e.payload, e.buffer + 4);
+    return own(e);
+}
+
+Model decode(const Bytes& b) {
+    qn::pgRangeArray::RangeVector<int32_t, malloc, free> v;
+    EXPECT_EQ(decodeRanges(b.data(), b.size(), v), Status::Ok);
+    Model m;
+    for (const Range32& r : v) m.emplace_back(r.lower, r.upper);
+    return m;
+}
+
+std::string text(const Bytes& b) {
+    Text t;
+    EXPECT_EQ((formatText<malloc, free>(b.data(), b.size(), t)), Status::Ok);
+    const std::string s(t.chars, t.length);
+    std::free(t.chars);
+    return s;
+}
+
+ParseResult parse(const std::string& s, Bytes& out) {
+    Encoded e;
+    const ParseResult r = parseText<malloc, free>(s.data(), s.size(), 0, e);
+    if (r.error == TextError::None) out = own(e);
+    return r;
+}
+
+Bytes op(int which, const Bytes& a, const Bytes& b) {
+    Encoded e;
+    auto f = which == 0 ? unite<malloc, free, NoPoll> : which == 1 ? intersect<malloc, free, NoPoll> : subtract<malloc, free, NoPoll>;
+    EXPECT_EQ(f(a.data(), a.size(), b.data(), b.size(), 0, e, {}), Status::Ok);
+    return own(e);
+}
+
+// The kinds of the directory entries, one letter each: a(rray) r(uns) b(itmap) F(ull) f(ill).
+std::string kinds(const Bytes& b) {
+    View v;
+    EXPECT_EQ(v.open(b.data(), b.size()), Status::Ok);
+    std::string s;
+    for (uint32_t i = 0; i < v.n; ++i) s += "arbFf"[v.info(i) >> 12];
+    return s;
+}
+
+// The payload of m: valid, decodes to m, its cardinality, least and greatest
+// member, members at the ends, middle and sides of each range, and its text.
+void expectSame(const Bytes& b, const Model& m) {
+    ASSERT_EQ(validate(b.data(), b.size()), Status::Ok);
+    ASSERT_EQ(decode(b), m);
+    uint64_t card = 0, count = 0;
+    cardinality(b.data(), b.size(), card);
+    for (const Interval& i : m) count += static_cast<uint64_t>(i.second - i.first + 1);
+    EXPECT_EQ(card, count);
+    bool found = false, in = false;
+    int32_t lo = 0, hi = 0;
+    minMember(b.data(), b.size(), found, lo);
+    EXPECT_EQ(found, !m.empty());
+    maxMember(b.data(), b.size(), found, hi);
+    EXPECT_TRUE(!found || Interval(lo, hi) == Interval(m.front().first, m.back().second));
+    for (const Interval& i : m)
+        for (int64_t v : {i.first - 1, i.first, (i.first + i.second) / 2, i.second, i.second + 1})
+            if (v >= INT32_MIN && v <= INT32_MAX) {
+                EXPECT_EQ(containsValue(b.data(), b.size(), static_cast<int32_t>(v), in), Status::Ok);
+                EXPECT_EQ(in, has(m, v)) << v;
+            }
+    Bytes again;
+    ASSERT_EQ(parse(text(b), again).error, TextError::None);
+    EXPECT_EQ(again, b);
+}
+
+const int64_t kMin = INT32_MIN, kMax = INT32_MAX;
+
+TEST(Int4Set, LineEnds) {
+    const Model whole{{kMin, kMax}};
+    for (const Model& m : {Model{}, Model{{kMin, kMin}}, Model{{kMax, kMax}}, whole, Model{{kMin, kMin}, {kMax, kMax}},
+                           Model{{kMin, kMin + 65535}}, Model{{kMax - 65535, kMax}}, Model{{kMin + 1, kMax - 1}},
+                           Model{{-1, 0}}, Model{{kMin, -65537}, {-65535, kMax}}})
+        expectSame(encode(m), m);
+    EXPECT_EQ(encode(Model{}), Bytes{kVersion});
+    const Bytes all = encode(whole);
+    EXPECT_EQ(all.size(), 19u);  // header, a full entry and a fill
+    EXPECT_EQ(text(all), "{-2147483648..2147483647}");
+    const Bytes ends = encode({{kMin, kMin}, {kMax, kMax}});
+    EXPECT_EQ(op(2, all, ends), encode({{kMin + 1, kMax - 1}}));
+    EXPECT_EQ(op(0, op(2, all, ends), ends), all);
+    bool in = false;
+    EXPECT_EQ(containsRange(all.data(), all.size(), kMin, kMax, in), Status::Ok);
+    EXPECT_TRUE(in);
+    containsRange(ends.data(), ends.size(), kMin, kMin + 1, in);
+    EXPECT_FALSE(in);
+    // A span of b's reaching past one of a's, though a has more members.
+    const Bytes allButZero = op(2, all, encode({{0, 0}})), aroundZero = encode({{-131072, 131071}});
+    EXPECT_EQ((containsSet<malloc, free>(allButZero.data(), allButZero.size(), aroundZero.data(), aroundZero.size(), in)),
+              Status::Ok);
+    EXPECT_FALSE(in);
+
+    MemberCursor c(ends.data(), ends.size());
+    int32_t v = 0, w = 0;
+    EXPECT_TRUE(c.next(v) && c.next(w) && !c.next(w));
+    EXPECT_EQ(Interval(v, w), Interval(kMin, kMax));
+}
+
+// Models of places; chunk 32768 holds 0..65535.
+Model places(std::initializer_list<Interval> runs) { return canonical(Model(runs)); }
+Model lone(int64_t from, int64_t n, int64_t step) {
+    Model m;
+    for (int64_t i = 0; i < n; ++i) m.emplace_back(from + i * step, from + i * step);
+    return m;
+}
+Model spaced(int64_t from, int64_t runs, int64_t length, int64_t step) {
+    Model m;
+    for (int64_t i = 0; i < runs; ++i) m.emplace_back(from + i * step, from + i * step + length - 1);
+    return m;
+}
+
+TEST(Int4Set, ContainerKindsAtTheirBounds) {
+    const std::pair<Model, const char*> cases[] = {
+        {lone(0, 4096, 2), "a"},                   // 8,192 bytes as an array: ties go to the array
+        {lone(0, 4097, 2), "b"},                   // one more: a bitmap
+        {spaced(0, 2, 2, 4), "a"},                 // array 8 bytes, runs 8 bytes
+        {spaced(0, 2, 3, 5), "r"},                 // array 12, runs 8
+        {spaced(0, 2047, 3, 5), "r"},              // runs 8,188 bytes
+        {spaced(0, 2048, 3, 5), "b"},              // runs 8,192: the bitmap
+        {places({{0, 65535}}), "F"},               // a full chunk
+        {places({{0, 65535 * 3 + 2}}), "Ff"},      // full chunks 0..2
+        {places({{-5, 65536 * 2 + 3}}), "rfr"},    // a partial chunk on each side
+        {places({{-5, 65535}}), "rf"},             // the span ends at a chunk's end
+        {places({{0, 65536 + 4}}), "Fr"},          // the span is a single full chunk
+        {places({{-65537, -65537}, {0, 65535}}), "aF"},  // a gap between
+    };
+    for (const auto& [m, expected] : cases) {
+        EXPECT_EQ(kinds(encode(m)), expected) << text(encode(m));
+        expectSame(encode(m), m);
+    }
+}
+
+TEST(Int4Set, ChunksMoveBetweenKinds) {
+    const Bytes evens = encode(lone(0, 3000, 2)), odds = encode(lone(1, 3000, 2));
+    const Bytes both = op(0, evens, odds);  // two arrays make one run
+    EXPECT_EQ(kinds(both), "r");
+    EXPECT_EQ(decode(both), Model({{0, 5999}}));
+    const Bytes sparse = encode(lone(0, 3000, 3)), dense = op(0, sparse, evens);  // 5,000 places: a bitmap
+    EXPECT_EQ(kinds(dense), "b");
+    EXPECT_EQ(kinds(op(2, dense, encode({{100, 65535}}))), "a");  // back to an array
+    // A bitmap and its complement fill the chunk, which joins the full chunk after it.
+    const Bytes rest = op(2, encode({{0, 65536 * 2 - 1}}), dense);
+    EXPECT_EQ(kinds(rest), "bf");
+    const Bytes full = op(0, rest, dense);
+    EXPECT_EQ(kinds(full), "Ff");
+    EXPECT_EQ(full, encode({{0, 65536 * 2 - 1}}));
+    // Cutting a place out of a full span leaves runs on one side of the fill.
+    const Bytes cut = op(2, encode({{0, 65536 * 4 - 1}}), encode({{65536 + 7, 65536 + 7}}));
+    EXPECT_EQ(kinds(cut), "Frf");
+    expectSame(cut, {{0, 65536 + 6}, {65536 + 8, 65536 * 4 - 1}});
+}
+
+TEST(Int4Set, OneSetOnePayload) {
+    std::mt19937 rng(7);
+    const Model m{{-300000, -299000}, {-5, -5}, {0, 70000}, {131072, 131072 + 65535}, {1 << 20, (1 << 20) + 10}};
+    const Bytes b = encode(m);
+    // Members and ranges in any order, overlapping and repeated.
+    std::vector<Range32> pieces;
+    for (const Interval& i : m)
+        for (int64_t lo = i.first, hi; lo <= i.second; lo += 1 + rng() % (hi - lo + 1)) {
+            hi = std::min<int64_t>(i.second, lo + rng() % 7000);
+            pieces.push_back(Range32{static_cast<int32_t>(lo), static_cast<int32_t>(hi)});
+            if (rng() % 3 == 0) pieces.push_back(pieces.back());
+        }
+    pieces.push_back(Range32{5, 4});  // inverted: no members
+    std::shuffle(pieces.begin(), pieces.end(), rng);
+    Encoded e;
+    ASSERT_EQ((buildFromRanges<malloc, free>(pieces.data(), pieces.size(), 0, e)), Status::Ok);
+    EXPECT_EQ(own(e), b);
+    std::vector<int32_t> members;
+    for (const Interval& i : m)
+        for (int64_t v = i.first; v <= i.second; ++v) members.push_back(static_cast<int32_t>(v));
+    std::shuffle(members.begin(), members.end(), rng);
+    ASSERT_EQ((buildFromMembers<malloc, free>(members.data(), members.size(), 0, e)), Status::Ok);
+    EXPECT_EQ(own(e), b);
+    Bytes parsed;
+    ASSERT_EQ(parse("{ 1048576..1048586,131072 .. 196607,-5, 0..70000 , -300000..-299000,70000}", parsed).error,
+              TextError::None);
+    EXPECT_EQ(parsed, b);
+    EXPECT_EQ(hash32(parsed.data(), parsed.size()), hash32(b.data(), b.size()));
+}
+
+// Payloads written by hand, each refused for its own reason.
+TEST(Int4Set, ValidatorRefusesAllButTheCanonicalForm) {
+    auto payload = [](uint64_t card, std::vector<std::pair<uint16_t, uint16_t>> dir, Bytes data) {
+        Bytes p(kHeaderSize);
+        p[0] = kVersion;
+        detail::store64(&p[1], card);
+        detail::store16(&p[9], static_cast<uint16_t>(dir.size() - 1));
+        for (auto [key, info] : dir) p.insert(p.end(), {uint8_t(key), uint8_t(key >> 8), uint8_t(info), uint8_t(info >> 8)});
+        p.insert(p.end(), data.begin(), data.end());
+        return p;
+    };
+    const uint16_t full = 3 << 12, fill = 4 << 12, run1 = 1 << 12;
+    const Bytes oneRun{0, 0, 9, 0};  // places 0..9
+    const Bytes valid = payload(10, {{5, run1}}, oneRun);
+    EXPECT_EQ(validate(valid.data(), valid.size()), Status::Ok);
+    const std::pair<Bytes, Status> cases[] = {
+        {Bytes{}, Status::Truncated},
+        {Bytes{2}, Status::BadVersion},
+        {payload(10, {{5, run1}}, Bytes{0, 0, 9}), Status::BadLength},
+        {payload(10, {{5, run1}}, Bytes{0, 0, 9, 0, 0}), Status::BadLength},
+        {payload(11, {{5, run1}}, oneRun), Status::BadCardinality},
+        {payload(0, {{5, 5 << 12}}, {}), Status::BadEntry},
+        {payload(0, {{5, full | 1}}, {}), Status::BadEntry},
+        {payload(131072, {{5, full}, {5, full}}, {}), Status::BadOrder},
+        {payload(131072, {{5, full}, {6, full}}, {}), Status::NotCanonical},  // must be full, fill
+        {payload(65546, {{4, run1}, {5, full}}, oneRun), Status::NotCanonical},  // must be runs, fill
+        {payload(196608, {{5, full}, {6, fill}, {7, fill}}, {}), Status::NotCanonical},
+        {payload(65536, {{5, fill}}, {}), Status::NotCanonical},
+        {payload(65536, {{5, run1}}, {0, 0, 255, 255}), Status::NotCanonical},  // a full chunk as runs
+        {payload(3, {{5, 2}}, {1, 0, 2, 0, 3, 0}), Status::NotCanonical},       // one run as an array
+        {payload(2, {{5, run1 | 1}}, {1, 0, 1, 0, 2, 0, 2, 0}), Status::BadContainer},  // touching runs
+        {payload(2, {{5, 1}}, {3, 0, 1, 0}), Status::BadContainer},
+        {payload(2, {{5, 1}}, {1, 0, 1, 0}), Status::BadContainer},
+        {payload(1, {{5, 2 << 12}}, [] { Bytes b(8192); b[9] = 1; return b; }()), Status::NotCanonical},
+    };
+    for (const auto& [p, expected] : cases) EXPECT_EQ(validate(p.data(), p.size()), expected) << testing::PrintToString(p);
+
+    // Checkpoints: 65 chunks with one member each; the last checkpoint is the 65th container's.
+    const Bytes many = encode(spaced(0, 65, 1, 65536));
+    EXPECT_EQ(validate(many.data(), many.size()), Status::Ok);
+    const size_t last = kHeaderSize + 4 * 65 + 4 * (64 / kGroup - 1);
+    EXPECT_EQ(detail::load32(&many[last]), 128u);
+    Bytes wrong = many;
+    wrong[last] ^= 2;
+    EXPECT_EQ(validate(wrong.data(), wrong.size()), Status::BadCheckpoint);
+    bool in = true;
+    EXPECT_EQ(containsValue(many.data(), many.size(), 64 * 65536, in), Status::Ok);
+    EXPECT_TRUE(in);
+    // The readers stay inside a payload whose checkpoint points past its end.
+    wrong[last + 2] = 0x7f;
+    EXPECT_EQ(containsValue(wrong.data(), wrong.size(), 64 * 65536, in), Status::Corrupt);
+}
+
+// A random set over a window of the line: lone members, runs, dense stretches
+// (bitmaps) and ranges over many chunks.
+Model randomSet(std::mt19937& rng, int64_t base) {
+    Model m;
+    const int64_t width = int64_t{1} << (16 + rng() % 6);
+    auto at = [&](int64_t offset) { return std::clamp(base + offset % width, kMin, kMax); };
+    for (int k = rng() % 4; k > 0; --k) {
+        const int64_t from = at(rng()), shape = rng() % 4, n = 1 + rng() % 3000;
+        for (int64_t i = 0, v = from; i < n && v <= kMax; ++i) {
+            const int64_t length = shape == 0 ? 1 : shape == 1 ? 1 + rng() % 40 : shape == 2 ? 1 + rng() % 3 : 1 + rng() % 300000;
+            m.emplace_back(v, std::min(kMax, v + length - 1));
+            v += length + (shape == 2 ? rng() % 3 : 1 + rng() % (shape == 0 ? 2000 : 200000));
+        }
+    }
+    return canonical(m);
+}
+
+TEST(Int4Set, AlgebraMatchesTheModel) {
+    std::mt19937 rng(11);
+    for (int round = 0; round < 120; ++round) {
+        const int64_t base = round % 3 == 0 ? kMin : round % 3 == 1 ? kMax - (int64_t{1} << 21) : int64_t(rng()) - (1ll << 31);
+        const Model ma = randomSet(rng, base), mb = round % 10 == 0 ? ma : randomSet(rng, base);
+        const Bytes a = encode(ma), b = encode(mb);
+        expectSame(a, ma);
+        for (int k = 0; k < 3; ++k) {
+            const Bytes r = op(k, a, b);
+            ASSERT_EQ(validate(r.data(), r.size()), Status::Ok);
+            EXPECT_EQ(decode(r), setOp(k, ma, mb)) << "op " << k << " round " << round;
+            EXPECT_EQ(r, encode(setOp(k, ma, mb)));
+        }
+        bool x = false;
+        EXPECT_EQ((overlaps<malloc, free>(a.data(), a.size(), b.data(), b.size(), x)), Status::Ok);
+        EXPECT_EQ(x, !setOp(1, ma, mb).empty());
+        EXPECT_EQ((containsSet<malloc, free>(a.data(), a.size(), b.data(), b.size(), x)), Status::Ok);
+        EXPECT_EQ(x, setOp(2, mb, ma).empty());
+        const Bytes s = encode(setOp(1, ma, randomSet(rng, base)));
+        EXPECT_TRUE((containsSet<malloc, free>(a.data(), a.size(), s.data(), s.size(), x)) == Status::Ok && x);
+        for (int q = 0; q < 20 && !ma.empty(); ++q) {
+            const Interval& i = ma[rng() % ma.size()];
+            const int64_t lo = std::max(kMin, i.first - (q % 3 == 0)), hi = std::min(kMax, lo + int64_t(rng() % 200000));
+            containsRange(a.data(), a.size(), int32_t(lo), int32_t(hi), x);
+            EXPECT_EQ(x, setOp(2, Model{{lo, hi}}, ma).empty()) << lo << ".." << hi;
+        }
+        EXPECT_EQ(equals(a.data(), a.size(), b.data(), b.size()), ma == mb);
+    }
+}
+
+// The order is that of the member sequences compared lexicographically.
+TEST(Int4Set, OrderIsByMemberSequence) {
+    const std::vector<Model> ascending{{}, {{kMin, kMin}}, {{kMin, kMax}}, {{-5, 0}}, {{-5, 10}}, {{-5, 0}, {2, 2}},
+                                       {{-4, -4}}, {{1, 1}}, {{1, 2}}, {{1, 2}, {70000, 70000}}, {{1, 1}, {3, 3}},
+                                       {{2, 2}}, {{kMax, kMax}}};
+    for (size_t i = 0; i < ascending.size(); ++i)
+        for (size_t j = 0; j < ascending.size(); ++j) {
+            const Bytes a = encode(ascending[i]), b = encode(ascending[j]);
+            int c = 2;
+            EXPECT_EQ(compare(a.data(), a.size(), b.data(), b.size(), c), Status::Ok);
+            EXPECT_EQ(c, i < j ? -1 : i > j ? 1 : 0) << i << " " << j;
+        }
+}
+
+TEST(Int4Set, TextFormsAndFaults) {
+    Bytes b;
+    EXPECT_EQ(parse(" { } ", b).error, TextError::None);
+    EXPECT_EQ(b, encode({}));
+    EXPECT_EQ(parse("{\t+3 ..5,-2147483648,2147483647,4..4\n}", b).error, TextError::None);
+    EXPECT_EQ(text(b), "{-2147483648,3..5,2147483647}");
+    const struct {
+        const char* text;
+        TextError error;
+        size_t position;
+    } faults[] = {
+        {" [1]", TextError::ExpectedOpenBrace, 1},
+        {"{1", TextError::ExpectedSeparator, 2},
+        {"{1 2}", TextError::ExpectedSeparator, 3},
+        {"{1.2}", TextError::ExpectedSeparator, 2},
+        {"{1,}", TextError::ExpectedInteger, 3},
+        {"{,1}", TextError::ExpectedInteger, 1},
+        {"{- 1}", TextError::ExpectedInteger, 2},
+        {"{1..}", TextError::ExpectedInteger, 4},
+        {"{1...3}", TextError::ExpectedInteger, 4},
+        {"{1..3..5}", TextError::ExpectedCommaOrEnd, 5},
+        {"{1} x", TextError::TrailingText, 4},
+        {"{0, 2147483648}", TextError::OutOfRange, 4},
+        {"{-99999999999999999999999}", TextError::OutOfRange, 1},
+        {"{3, 5..4}", TextError::InvertedRange, 4},
+    };
+    for (const auto& f : faults) {
+        const ParseResult r = parse(f.text, b);
+        EXPECT_EQ(int(r.error), int(f.error)) << f.text;
+        EXPECT_EQ(r.position, f.position) << f.text;
+    }
+    const std::string withNul("{1\0}", 4);
+    EXPECT_EQ(parse(withNul, b).position, 2u);
+}
+
+// Each allocation in turn fails: the operation says so and leaks nothing.
+int allocations = 0, failAt = -1;
+void* flaky(size_t n) { return allocations++ == failAt ? nullptr : std::malloc(n); }
+
+TEST(Int4Set, AllocationFailures) {
+    const Model ma = spaced(0, 3000, 3, 10), mb = lone(1, 5000, 7);
+    const Bytes a = encode(ma), b = encode(mb);
+    for (failAt = 0;; ++failAt) {
+        allocations = 0;
+        Encoded u, p;
+        Text t;
+        const Status su = unite<flaky, free>(a.data(), a.size(), b.data(), b.size(), 0, u);
+        const Status st = formatText<flaky, free>(a.data(), a.size(), t);
+        const TextError sp = parseText<flaky, free>("{1,5,3}", 7, 0, p).error;
+        std::free(u.buffer), std::free(p.buffer), std::free(t.chars);
+        if (su == Status::Ok && st == Status::Ok && sp == TextError::None) break;
+        EXPECT_TRUE((su == Status::Ok || su == Status::OutOfMemory) && (st == Status::Ok || st == Status::OutOfMemory) &&
+                    (sp == TextError::None || sp == TextError::OutOfMemory));
+    }
+    EXPECT_GT(failAt, 3);
+}
+
+TEST(Int4Set, LongLoopsPoll) {
+    std::vector<int32_t> members(1500000);
+    std::mt19937 rng(3);
+    for (int32_t& v : members) v = static_cast<int32_t>(rng());
+    int polls = 0;
+    auto poll = [&] { ++polls; };
+    Encoded e, u;
+    ASSERT_EQ((buildFromMembers<malloc, free>(members.data(), members.size(), 0, e, poll)), Status::Ok);
+    const int building = polls;
+    ASSERT_EQ((unite<malloc, free>(e.payload, e.size, e.payload, e.size, 0, u, poll)), Status::Ok);
+    EXPECT_TRUE(building > 0 && polls > building + 1 && equals(u.payload, u.size, e.payload, e.size));
+    std::free(u.buffer), std::free(e.buffer);
+}
+
+}  // namespace
