@@ -241,20 +241,27 @@ double mcvFraction(const ColumnStats& c, Test test) {
     return s;
 }
 
-// Runs of an operand that call `poll` (when set) every 16384 runs.
+// A poll function that may be unset (the unit tests estimate without one).
+struct OptionalPoll {
+    void (*fn)();
+    void operator()() const {
+        if (fn) fn();
+    }
+};
+
+// Runs of an operand that poll through the kernels' shared counter as they are read.
 template <typename Runs>
 class PolledRuns {
 public:
-    PolledRuns(Runs runs, void (*poll)()) : runs_(runs), poll_(poll) {}
+    PolledRuns(Runs runs, void (*poll)()) : runs_(runs), tick_(OptionalPoll{poll}) {}
     bool next(int64_t& lo, int64_t& hi) {
-        if (poll_ && (++count_ & 0x3fff) == 0) poll_();
+        tick_();
         return runs_.next(lo, hi);
     }
 
 private:
     Runs runs_;
-    void (*poll_)();
-    uint32_t count_ = 0;
+    qn::pgRangeArray::Poller<OptionalPoll> tick_;
 };
 
 // Without statistics: 0.5% per run of the set, at most a third; 1 for a set
