@@ -1,7 +1,7 @@
 // int4set payloads against a model of canonical int64 intervals: the line's
 // ends, each container kind and the moves between them, canonical form (one
-// set, one payload, and the validator refusing every other), the algebra and
-// tests on random sets of every shape, order, text and allocation failures.
+// set, one payload, and the validator refusing every other), order, text and
+// allocation failures. The algebra on random sets of every shape is fuzz_int4set's.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -35,20 +35,6 @@ Model canonical(Model v) {
 bool has(const Model& m, int64_t v) {
     auto it = std::upper_bound(m.begin(), m.end(), Interval{v, INT64_MAX});
     return it != m.begin() && std::prev(it)->second >= v;
-}
-
-// a op b by a sweep over the bounds of both: op 0 union, 1 intersection, 2 difference.
-Model setOp(int op, const Model& a, const Model& b) {
-    std::vector<int64_t> cuts;
-    for (const Model* m : {&a, &b})
-        for (const Interval& i : *m) cuts.insert(cuts.end(), {i.first, i.second + 1});
-    std::sort(cuts.begin(), cuts.end());
-    Model out;
-    for (size_t k = 0; k + 1 < cuts.size(); ++k) {
-        const bool x = has(a, cuts[k]), y = has(b, cuts[k]);
-        if (op == 0 ? x || y : op == 1 ? x && y : x && !y) out.emplace_back(cuts[k], cuts[k + 1] - 1);
-    }
-    return canonical(out);
 }
 
 Bytes own(Encoded e) {
@@ -298,53 +284,6 @@ TEST(Int4Set, ValidatorRefusesAllButTheCanonicalForm) {
     // The readers stay inside a payload whose checkpoint points past its end.
     wrong[last + 2] = 0x7f;
     EXPECT_EQ(containsValue(wrong.data(), wrong.size(), 64 * 65536, in), Status::Corrupt);
-}
-
-// A random set over a window of the line: lone members, runs, dense stretches
-// (bitmaps) and ranges over many chunks.
-Model randomSet(std::mt19937& rng, int64_t base) {
-    Model m;
-    const int64_t width = int64_t{1} << (16 + rng() % 6);
-    auto at = [&](int64_t offset) { return std::clamp(base + offset % width, kMin, kMax); };
-    for (int k = rng() % 4; k > 0; --k) {
-        const int64_t from = at(rng()), shape = rng() % 4, n = 1 + rng() % 3000;
-        for (int64_t i = 0, v = from; i < n && v <= kMax; ++i) {
-            const int64_t length = shape == 0 ? 1 : shape == 1 ? 1 + rng() % 40 : shape == 2 ? 1 + rng() % 3 : 1 + rng() % 300000;
-            m.emplace_back(v, std::min(kMax, v + length - 1));
-            v += length + (shape == 2 ? rng() % 3 : 1 + rng() % (shape == 0 ? 2000 : 200000));
-        }
-    }
-    return canonical(m);
-}
-
-TEST(Int4Set, AlgebraMatchesTheModel) {
-    std::mt19937 rng(11);
-    for (int round = 0; round < 120; ++round) {
-        const int64_t base = round % 3 == 0 ? kMin : round % 3 == 1 ? kMax - (int64_t{1} << 21) : int64_t(rng()) - (1ll << 31);
-        const Model ma = randomSet(rng, base), mb = round % 10 == 0 ? ma : randomSet(rng, base);
-        const Bytes a = encode(ma), b = encode(mb);
-        expectSame(a, ma);
-        for (int k = 0; k < 3; ++k) {
-            const Bytes r = op(k, a, b);
-            ASSERT_EQ(validate(r.data(), r.size()), Status::Ok);
-            EXPECT_EQ(decode(r), setOp(k, ma, mb)) << "op " << k << " round " << round;
-            EXPECT_EQ(r, encode(setOp(k, ma, mb)));
-        }
-        bool x = false;
-        EXPECT_EQ((overlaps<malloc, free>(a.data(), a.size(), b.data(), b.size(), x)), Status::Ok);
-        EXPECT_EQ(x, !setOp(1, ma, mb).empty());
-        EXPECT_EQ((containsSet<malloc, free>(a.data(), a.size(), b.data(), b.size(), x)), Status::Ok);
-        EXPECT_EQ(x, setOp(2, mb, ma).empty());
-        const Bytes s = encode(setOp(1, ma, randomSet(rng, base)));
-        EXPECT_TRUE((containsSet<malloc, free>(a.data(), a.size(), s.data(), s.size(), x)) == Status::Ok && x);
-        for (int q = 0; q < 20 && !ma.empty(); ++q) {
-            const Interval& i = ma[rng() % ma.size()];
-            const int64_t lo = std::max(kMin, i.first - (q % 3 == 0)), hi = std::min(kMax, lo + int64_t(rng() % 200000));
-            containsRange(a.data(), a.size(), int32_t(lo), int32_t(hi), x);
-            EXPECT_EQ(x, setOp(2, Model{{lo, hi}}, ma).empty()) << lo << ".." << hi;
-        }
-        EXPECT_EQ(equals(a.data(), a.size(), b.data(), b.size()), ma == mb);
-    }
 }
 
 // The order is that of the member sequences compared lexicographically.
