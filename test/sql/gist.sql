@@ -96,7 +96,7 @@ INSERT INTO gi2 SELECT * FROM gi ORDER BY pg_temp.rnd(11, id);
 INSERT INTO gp2 SELECT * FROM gp ORDER BY pg_temp.rnd(11, id);
 SELECT * FROM pg_temp.check_all('gi2', 'gp2');
 
--- Refused: inverted packed ranges, malformed bitfields; empty and 2-D queries match nothing (odd range arrays: planner).
+-- Refused: inverted packed ranges, malformed bitfields; empty and 2-D queries match nothing (odd and unsorted arrays: below).
 SET enable_seqscan = off;
 SELECT q, pg_temp.run(q) AS outcome
 FROM (VALUES ('INSERT INTO gp2 VALUES (0, (5::int8 << 32) | 7) RETURNING id'),
