@@ -13,7 +13,11 @@ expect() { grep -qx -- "$1" <<<"$exports" || { echo "missing export: $1"; fail=1
 expect Pg_magic_func
 expect _PG_init
 expect _PG_fini
-mapfile -t functions < <(cat "$@" | grep -oE "^CREATE (OR REPLACE )?FUNCTION qn_[a-z0-9_A-Z]+" | awk '{print $NF}' | sort -u)
+# A function is linked by its own name (CREATE FUNCTION qn_f ... AS 'MODULE_PATHNAME')
+# or by the symbol it names (AS 'MODULE_PATHNAME', 'qn_f'), on the line after it.
+linked() { grep -oE "^$1AS 'MODULE_PATHNAME', 'qn_[a-z0-9_A-Z]+'" | grep -oE "qn_[a-z0-9_A-Z]+" || true; }
+mapfile -t functions < <(cat "$@" | { grep -oE "^CREATE (OR REPLACE )?FUNCTION qn_[a-z0-9_A-Z]+" | awk '{print $NF}'
+                                      cat "$@" | linked ' {0,4}'; } | sort -u)
 [ "${#functions[@]}" -gt 0 ] || { echo "no functions found in $*"; exit 1; }
 for f in "${functions[@]}"; do
     expect "$f"
@@ -22,7 +26,8 @@ done
 # Functions declared indented, inside a DO block that tests server_version_num,
 # exist only on the servers the block names, and the module has them exactly
 # when it is built for those: all of a script's such functions or none.
-mapfile -t versioned < <(cat "$@" | grep -oE "^[[:space:]]+CREATE (OR REPLACE )?FUNCTION qn_[a-z0-9_A-Z]+" | awk '{print $NF}' | sort -u)
+mapfile -t versioned < <(cat "$@" | { grep -oE "^[[:space:]]+CREATE (OR REPLACE )?FUNCTION qn_[a-z0-9_A-Z]+" | awk '{print $NF}'
+                                      cat "$@" | linked ' {5,}'; } | sort -u)
 present=0
 for f in "${versioned[@]}"; do
     grep -qx -- "$f" <<<"$exports" && grep -qx -- "pg_finfo_$f" <<<"$exports" && present=$((present + 1))

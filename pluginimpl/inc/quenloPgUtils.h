@@ -231,6 +231,18 @@ Datum combineInPlace(FunctionCallInfo fcinfo, const char* identifier, Merge merg
     PG_RETURN_POINTER(state);
 }
 
+// int4range and int4multirange values as closed ranges (an unbounded end is the
+// int4 extreme) and back (a range ending at 2147483647 is unbounded above).
+// int4RangeArgument is false for the empty range; int4RangeDatum of lower >
+// upper is the empty range. int4MultirangeRanges gives n ranges, ascending and
+// apart, in a new allocation; int4MultirangeDatum takes normalised ranges.
+bool int4RangeArgument(FunctionCallInfo fcinfo, int argno, RangeInt& out);
+Datum int4RangeDatum(int32 lower, int32 upper);
+#ifdef QN_HAVE_MULTIRANGES
+RangeInt* int4MultirangeRanges(FunctionCallInfo fcinfo, int argno, uint64& n);
+Datum int4MultirangeDatum(const RangeInt* first, const RangeInt* last, const char* function);
+#endif
+
 }  // namespace qn::pg
 
 namespace qn::pgRangeArray {

@@ -124,6 +124,21 @@ RowsState* startRows(FunctionCallInfo fcinfo, FuncCallContext* funcctx, const ch
 
 }  // namespace
 
+namespace qn::pg {
+
+bool int4RangeArgument(FunctionCallInfo fcinfo, int argno, RangeInt& out) {
+    const RangeType* range = PG_GETARG_RANGE_P(argno);
+    RangeBound lower, upper;
+    bool empty = false;
+    range_deserialize(int4RangeTypeCache(), range, &lower, &upper, &empty);
+    if (!empty) out = closedRange(lower, upper);
+    return !empty;
+}
+
+Datum int4RangeDatum(int32 lower, int32 upper) { PG_RETURN_RANGE_P(int4Range(int4RangeTypeCache(), lower, upper)); }
+
+}  // namespace qn::pg
+
 QN_FUNCTION_INFO_V1(qn_rangepacked_from_int4range)
 QN_FUNCTION_INFO_V1(qn_rangepacked_to_int4range)
 QN_FUNCTION_INFO_V1(qn_rangearray_from_int4ranges)
@@ -140,13 +155,9 @@ QN_FUNCTION_INFO_V1(qn_rangearray_equal)
 
 // The packed range of a non-empty int4range; an empty one has none.
 Datum qn_rangepacked_from_int4range(PG_FUNCTION_ARGS) {
-    const RangeType* range = PG_GETARG_RANGE_P(0);
-    RangeBound lower, upper;
-    bool empty = false;
-    range_deserialize(int4RangeTypeCache(), range, &lower, &upper, &empty);
-    if (empty)
+    RangeInt r;
+    if (!qn::pg::int4RangeArgument(fcinfo, 0, r))
         QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, "qn_rangepacked_from_int4range", "an empty range cannot be packed");
-    const RangeInt r = closedRange(lower, upper);
     PG_RETURN_INT64(qn::pgRangeArray::packRange(r.lower, r.upper));
 }
 
@@ -156,7 +167,7 @@ Datum qn_rangepacked_to_int4range(PG_FUNCTION_ARGS) {
     const int32 lower = qn::pgRangeArray::packedLower(packed);
     const int32 upper = qn::pgRangeArray::packedUpper(packed);
     if (upper < lower) QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, "qn_rangepacked_to_int4range", "invalid range");
-    PG_RETURN_RANGE_P(int4Range(int4RangeTypeCache(), lower, upper));
+    return qn::pg::int4RangeDatum(lower, upper);
 }
 
 // The normalised range array of the int4ranges of an array of any shape: NULL
@@ -362,20 +373,9 @@ QN_FUNCTION_INFO_V1(qn_rangearray_to_int4multirange)
 // The range array of an int4multirange: its ranges are already sorted, disjoint
 // and apart, so they are written as they come.
 Datum qn_rangearray_from_int4multirange(PG_FUNCTION_ARGS) {
-    const char* function = "qn_rangearray_from_int4multirange";
-    const MultirangeType* multirange = PG_GETARG_MULTIRANGE_P(0);
-    TypeCacheEntry* rangeType = lookup_type_cache(INT4MULTIRANGEOID, TYPECACHE_MULTIRANGE_INFO)->rngtype;
-    const uint64 n = multirange->rangeCount;
-    if (n > MaxArraySize / 2) QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow ");
-    ArrayType* result = qn::pg::allocateResultArray(static_cast<int32>(n * 2), false);
-    auto* out = reinterpret_cast<RangeInt*>(ARR_DATA_PTR(result));
-    for (uint32 i = 0; i < n; ++i) {
-        if ((i & 0xffff) == 0xffff) CHECK_FOR_INTERRUPTS();
-        RangeBound lower, upper;
-        multirange_get_bounds(rangeType, multirange, i, &lower, &upper);
-        out[i] = closedRange(lower, upper);
-    }
-    PG_RETURN_ARRAYTYPE_P(result);
+    uint64 n = 0;
+    const RangeInt* ranges = qn::pg::int4MultirangeRanges(fcinfo, 0, n);
+    PG_RETURN_ARRAYTYPE_P(buildRangeArray(ranges, n, "qn_rangearray_from_int4multirange"));
 }
 
 static_assert(qn::pgRangeArray::kMultirangeLowerInclusive == RANGE_LB_INC &&
@@ -394,13 +394,35 @@ Datum qn_rangearray_to_int4multirange(PG_FUNCTION_ARGS) {
     uint64 n = static_cast<uint64>(e.count / 2);
     const RangeInt* ranges = e.rangesBegin();
     if (!qn::pgRangeArray::isNormalised(ranges, ranges + n)) ranges = normalisedCopy(e, n);
-    const uint64 size = qn::pgRangeArray::int4MultirangeSize(ranges, ranges + n);
+    return qn::pg::int4MultirangeDatum(ranges, ranges + n, function);
+}
+
+namespace qn::pg {
+
+RangeInt* int4MultirangeRanges(FunctionCallInfo fcinfo, int argno, uint64& n) {
+    const MultirangeType* multirange = PG_GETARG_MULTIRANGE_P(argno);
+    TypeCacheEntry* rangeType = lookup_type_cache(INT4MULTIRANGEOID, TYPECACHE_MULTIRANGE_INFO)->rngtype;
+    n = multirange->rangeCount;
+    RangeInt* out = allocateRanges(n);
+    for (uint32 i = 0; i < n; ++i) {
+        if ((i & 0xffff) == 0xffff) CHECK_FOR_INTERRUPTS();
+        RangeBound lower, upper;
+        multirange_get_bounds(rangeType, multirange, i, &lower, &upper);
+        out[i] = closedRange(lower, upper);
+    }
+    return out;
+}
+
+Datum int4MultirangeDatum(const RangeInt* first, const RangeInt* last, const char* function) {
+    const uint64 size = qn::pgRangeArray::int4MultirangeSize(first, last);
     if (size > MaxAllocSize) QN_ERROR(ERRCODE_INTERVAL_FIELD_OVERFLOW, function, "array overflow ");
     auto* result = static_cast<MultirangeType*>(palloc(size));
     SET_VARSIZE(result, size);
-    qn::pgRangeArray::writeInt4Multirange(reinterpret_cast<uint8*>(result), INT4MULTIRANGEOID, ranges, ranges + n,
+    qn::pgRangeArray::writeInt4Multirange(reinterpret_cast<uint8*>(result), INT4MULTIRANGEOID, first, last,
                                           PollInterrupts{});
     PG_RETURN_MULTIRANGE_P(result);
 }
+
+}  // namespace qn::pg
 
 #endif

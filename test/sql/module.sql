@@ -9,7 +9,7 @@ JOIN pg_extension e ON e.oid = d.refobjid AND e.extname = 'kelvarn_range_operato
 SELECT p.oid::regprocedure AS function, proisstrict AS strict, provolatile AS volatility, proparallel AS parallel,
        prosrc AS symbol, prosupport, procost
 FROM pg_proc p JOIN members m ON m.objid = p.oid AND m.classid = 'pg_proc'::regclass
-WHERE prokind = 'f' AND proname NOT LIKE '%multirange%' ORDER BY p.oid::regprocedure::text;
+WHERE prokind = 'f' AND p.oid::regprocedure::text NOT LIKE '%multirange%' ORDER BY p.oid::regprocedure::text;
 
 -- The aggregates, their support functions, and whether they run in parallel.
 SELECT p.oid::regprocedure AS aggregate, a.aggtransfn, a.aggfinalfn, a.aggfinalmodify AS finalmodify,
