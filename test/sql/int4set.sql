@@ -24,7 +24,9 @@ SELECT CASE WHEN :'has_soft_errors' THEN pg_temp.run($$SELECT string_agg(pg_inpu
             ELSE 'true,false,false' END AS soft_errors;
 
 -- Random sets of every shape (lone members, short and long runs, spans of millions of values, the line's ends and the
--- empty set), as normalised range arrays and as int4sets: every operator against the range-array functions.
+-- empty set), as normalised range arrays and as int4sets: every operator against the range-array functions. Those
+-- wrap near the line's ends (README, Limitations): the union is checked against the normalised concatenation, the
+-- difference where the first set stays below 2147483647; int4multirange checks both everywhere (below).
 SELECT setseed(0.25);
 CREATE TEMP TABLE sets AS
 WITH spec AS (
@@ -46,15 +48,16 @@ UPDATE sets SET s = a::int4set;
 CREATE TEMP TABLE pairs AS
 SELECT x.i AS i, x.a AS xa, x.s AS xs, y.a AS ya, y.s AS ys
 FROM sets x JOIN sets y ON y.i IN (x.i, x.i % 300 + 1, x.i * 7 % 300 + 1, 1 + (x.i + 150) % 300);
-SELECT count(*) AS pairs, count(*) FILTER (WHERE xa = '{}' OR ya = '{}') > 0 AS with_empty,
+SELECT count(*) AS pairs, count(*) FILTER (WHERE cardinality(xa) = 0 OR cardinality(ya) = 0) > 0 AS with_empty,
        count(*) FILTER (WHERE xs && ys AND xs <> ys) > 100 AS overlapping, count(*) FILTER (WHERE xa[1] = -2147483648) > 100 AS at_min,
        count(*) FILTER (WHERE cardinality(xs) > 1000000) > 100 AS large
 FROM pairs;
-SELECT count(*) FILTER (WHERE (xs + ys)::int4[] IS DISTINCT FROM qn_int4range_union(xa, ya)) AS union_,
+SELECT count(*) FILTER (WHERE (xs + ys)::int4[] IS DISTINCT FROM qn_rangearray_normalise(xa || ya)) AS union_,
        count(*) FILTER (WHERE (xs * ys)::int4[] IS DISTINCT FROM qn_int4range_intersection(xa, ya)) AS intersection,
-       count(*) FILTER (WHERE (xs - ys)::int4[] IS DISTINCT FROM qn_int4range_exclusion(xa, ya)) AS difference,
+       count(*) FILTER (WHERE (xs - ys)::int4[] IS DISTINCT FROM qn_int4range_exclusion(xa, ya)
+                         AND xa[cardinality(xa)] < 2147483647) AS difference,
        count(*) FILTER (WHERE (xs && ys) IS DISTINCT FROM qn_int4range_is_overlap(xa, ya)) AS overlap,
-       count(*) FILTER (WHERE (xs @> ys) IS DISTINCT FROM (ya = '{}' OR qn_int4range_contains(xa, ya))) AS contains,
+       count(*) FILTER (WHERE (xs @> ys) IS DISTINCT FROM (cardinality(ya) = 0 OR qn_int4range_contains(xa, ya))) AS contains,
        count(*) FILTER (WHERE (ys <@ xs) IS DISTINCT FROM (xs @> ys)) AS contained,
        count(*) FILTER (WHERE (xs = ys) IS DISTINCT FROM (xa = ya) OR (xs <> ys) = (xs = ys)) AS equal,
        count(*) FILTER (WHERE cardinality(xs) IS DISTINCT FROM qn_rangearray_count(xa)) AS cardinality_,
