@@ -8,6 +8,9 @@ SELECT i, qn_rangearray_normalise(ARRAY[i * 10, i * 10 + 5, i * 7, i * 7 + 2]), 
        qn_int4set2bitfield_int4('r', ARRAY[i, i + 3 + i % 40]), (i * 37) % 5000
 FROM generate_series(1, 5000) i;
 CREATE INDEX sets_v ON sets USING gist (v qn_gist_int4_ops);
+ALTER TABLE sets ADD s int4set;
+UPDATE sets SET s = r::int4set + int4set(ARRAY[v, -v], 's');
+CREATE INDEX sets_s ON sets (s);
 CREATE INDEX sets_p ON sets USING gist (p qn_gist_rangepacked_ops);
 CREATE VIEW whole_set AS
 SELECT int4set_agg(v, 'r') AS s, int4set_agg_optimized(v, 5000, 'm') AS o, int4set_agg('r', r, 's') AS u FROM sets;
