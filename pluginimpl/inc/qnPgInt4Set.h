@@ -2,20 +2,31 @@
 // canonical (one set, one byte string), exact over the whole signed line: the
 // set of every int4 has 4,294,967,296 members.
 //
-// Values are mapped to unsigned order by flipping the sign bit
-// (u = uint32(v) ^ 0x80000000, so -2147483648 is 0 and 2147483647 is
+// A payload (the bytes after the varlena header; every multi-byte number
+// little-endian, nothing aligned, so the payload may lie at any address) has
+// one of two layouts, told by its first byte, the format byte; a new layout
+// would get a new value:
+//
+//   the empty set: 1 byte
+//     [0]        1
+//   1, chunks: any other set (below)
+//     [0]        1
+//     ...
+//   2, a range list: any other set
+//     [0]        2
+//     [1, 9)     cardinality, uint64, 1 to 2^32
+//     then       n ranges, n >= 1, as (first, last) int32 pairs, both
+//                included, ascending, each first > the last before + 1;
+//                9 + 8n bytes in all
+//
+// The chunked layout. Values are mapped to unsigned order by flipping the sign
+// bit (u = uint32(v) ^ 0x80000000, so -2147483648 is 0 and 2147483647 is
 // 0xffffffff) and cut into 65,536 chunks of 65,536 values: the chunk's key is
 // u >> 16, a member's place in its chunk u & 0xffff. Each chunk that holds
 // members but not all of them has a container; chunks holding every value
 // cost nothing but a directory entry for each maximal span of them.
 //
-// The payload (the bytes after the varlena header; every multi-byte number
-// little-endian, nothing aligned, so the payload may lie at any address):
-//
-//   the empty set: 1 byte
-//     [0]        version, 1
-//   any other set:
-//     [0]        version, 1
+//     [0]        1
 //     [1, 9)     cardinality, uint64, 1 to 2^32
 //     [9, 11)    n - 1, uint16: n directory entries, 1 to 65,536
 //     [11, 11 + 4n)
@@ -40,30 +51,42 @@
 //             this key, holds all its values; no bytes; count field 0
 //
 // Canonical form, which the validator demands and every writer here makes:
-// - a chunk with members but not all of them has the smallest container, ties
-//   going to array, then bitmap, then runs (array: 2 bytes a member, up to
-//   4,096; runs: 4 bytes a run; bitmap: 8,192 bytes);
-// - a maximal span of full chunks [a, b] is a fill at b when chunk a - 1 has a
-//   container; otherwise a full at a, followed by a fill at b when b > a. So a
-//   full entry never has an entry at the key before it, and a fill never
-//   follows a fill;
+// - the layout is the range list of the set's maximal ranges when that is
+//   smaller than the chunks (9 + 8 n bytes against the chunked size), else
+//   the chunks: ties go to the chunks. The choice depends on the set alone;
+// - in chunks, a chunk with members but not all of them has the smallest
+//   container, ties going to array, then bitmap, then runs (array: 2 bytes a
+//   member, up to 4,096; runs: 4 bytes a run; bitmap: 8,192 bytes);
+// - in chunks, a maximal span of full chunks [a, b] is a fill at b when chunk
+//   a - 1 has a container; otherwise a full at a, followed by a fill at b when
+//   b > a. So a full entry never has an entry at the key before it, and a fill
+//   never follows a fill;
 // - the stored cardinality is the number of members; the empty set is the
-//   single version byte.
+//   single byte 1.
 // Equal sets therefore have equal bytes: equality and hashing read the bytes.
 //
-// Sizes: a run inside a chunk costs 8 bytes with its entry (4 when chunks hold
-// several), a range over many chunks 20 at most (its two partial chunks and a
-// fill), the whole line 19 with the header; a lone member costs 2 bytes plus
-// 4.25 for each chunk it alone occupies, so 1,000,000 random members over the
-// whole line come to 2.28 bytes each; dense members one bit each. Measured on
-// those shapes (bench/int4set_kernels.cpp): an offset in every entry would
-// cost 4 bytes a chunk more (2.52 bytes a lone member); a checkpoint every 64
-// entries saves 0.01 byte a lone member but made probes twice as slow; a span
-// of full chunks as one entry with its length would not fit in 4 bytes.
+// Sizes: in chunks, a run inside a chunk costs 8 bytes with its entry (4 when
+// chunks hold several), a range over many chunks 20 at most (its two partial
+// chunks and a fill), the whole line 19 with the header; a lone member costs 2
+// bytes plus 4.25 for each chunk it alone occupies, so 1,000,000 random
+// members over the whole line come to 2.28 bytes each; dense members one bit
+// each. A range list costs 8 bytes a range, so it takes sets of ranges that
+// seldom share a chunk and are not lone members: never many more than two
+// ranges a chunk, about 131,072 ranges at most. Measured on the shapes of
+// bench/int4set_kernels.cpp, stored with the 4-byte varlena header, against
+// the int4[] of the set's ranges (24 bytes of header, 8 a range):
+//   runs   1,000 runs of 1,000   chunks 8,339      stored 8,013 (list)  int4[] 8,024
+//   lone   1,000,000 members     chunks 2,278,299  stored the same      int4[] 7,997,120
+//   dense  30% of 10,000,000     chunks 1,254,039  stored the same      int4[] 16,809,728
+//   huge   100 of 20,000,000     chunks 2,087      stored 813 (list)    int4[] 824
+// In chunks, an offset in every entry would cost 4 bytes a chunk more (2.52
+// bytes a lone member); a checkpoint every 64 entries saves 0.01 byte a lone
+// member but made probes twice as slow; a span of full chunks as one entry
+// with its length would not fit in 4 bytes.
 //
 // The readers never read outside the payload they are given, whatever its
 // bytes; they check what they need as they go and report a payload they cannot
-// read (Truncated, BadVersion, Corrupt). validate() checks everything, for
+// read (Truncated, BadVersion, BadLength, Corrupt). validate() checks everything, for
 // bytes from outside; on a payload that is readable but not canonical the
 // readers' answers are unspecified, but they stay within the bytes given.
 //
@@ -91,6 +114,10 @@ namespace qn::int4set {
 using qn::pgRangeArray::Range;
 using Range32 = Range<int32_t>;
 
+// Values in unsigned order: the sign bit flipped.
+inline uint32_t toUnsigned(int32_t v) { return static_cast<uint32_t>(v) ^ 0x80000000u; }
+inline int32_t fromUnsigned(uint32_t u) { return static_cast<int32_t>(u ^ 0x80000000u); }
+
 // Loops whose work grows with their input call a poll function after about a
 // million units of work (members, runs, bytes or entries); the server passes
 // one that checks for a cancel. NoPoll is for callers without one.
@@ -98,8 +125,13 @@ struct NoPoll {
     void operator()() const {}
 };
 
-constexpr uint8_t kVersion = 1;
-constexpr size_t kHeaderSize = 11;
+// Byte 0 of every payload, the format byte: the layout that follows. A new
+// layout gets a new value.
+constexpr uint8_t kFormatChunks = 1;  // the chunked layout, and the empty set
+constexpr uint8_t kFormatRanges = 2;  // the range list
+constexpr uint8_t kVersion = kFormatChunks;  // the empty set's one byte
+constexpr size_t kHeaderSize = 11;       // of the chunked layout
+constexpr size_t kListHeaderSize = 9;    // of the range list
 constexpr uint32_t kGroup = 16;           // entries per checkpoint
 constexpr uint32_t kChunkValues = 65536;  // values per chunk
 constexpr uint32_t kArrayMax = 4096;      // members of the largest array
@@ -114,11 +146,11 @@ enum class Status : uint8_t {
     Ok,
     OutOfMemory,
     Truncated,       // shorter than its header, directory and checkpoints
-    BadVersion,      // a version byte this code does not read
+    BadVersion,      // a format byte this code does not read
     BadEntry,        // an entry of no known kind, or with a count its kind forbids
     BadOrder,        // keys not strictly ascending
     BadCheckpoint,   // a checkpoint that is not where its entry's container starts
-    BadContainer,    // members or runs out of order, overlapping or touching
+    BadContainer,    // members, runs or ranges out of order, overlapping or touching
     NotCanonical,    // a readable payload, but not this set's one encoding
     BadLength,       // the containers do not end where the payload ends
     BadCardinality,  // the stored cardinality is not the number of members
@@ -131,7 +163,7 @@ inline const char* statusMessage(Status s) {
         case Status::Ok: return "ok";
         case Status::OutOfMemory: return "out of memory";
         case Status::Truncated: return "int4set payload truncated";
-        case Status::BadVersion: return "int4set payload of an unknown version";
+        case Status::BadVersion: return "int4set payload of an unknown format";
         case Status::BadEntry: return "int4set directory entry of an unknown kind";
         case Status::BadOrder: return "int4set directory not in ascending order";
         case Status::BadCheckpoint: return "int4set checkpoint does not match its container";
@@ -296,6 +328,116 @@ inline size_t containerBytes(uint16_t info) {
 
 inline uint32_t runLength(uint32_t first, uint32_t last) { return last >= first ? last - first + 1 : 0; }
 
+// The bytes of the canonical container of a chunk of n members in r runs.
+inline uint64_t canonicalBytes(uint32_t n, uint32_t r) {
+    const uint64_t runsOrBitmap = 4 * uint64_t{r} < kBitmapBytes ? 4 * uint64_t{r} : kBitmapBytes;
+    return n <= kArrayMax && 2 * uint64_t{n} <= runsOrBitmap ? 2 * uint64_t{n} : runsOrBitmap;
+}
+
+// The size of a payload in the chunked layout from its entries and data bytes.
+inline uint64_t chunkedBytes(uint64_t entries, uint64_t data) {
+    return entries == 0 ? 1 : kHeaderSize + 4 * entries + 4 * ((entries - 1) / kGroup) + data;
+}
+
+// The size of a set's payload in the chunked layout, from its maximal ranges
+// given one by one in ascending unsigned order, at least one value apart; in
+// constant space and time a range. A range adds a piece to the chunk of each
+// end that it holds in part and a span of the chunks it holds whole, so the
+// containers and entries of the canonical form come out as the writer would
+// make them.
+class ChunkedSize {
+public:
+    __attribute__((always_inline)) void add(uint32_t lo, uint32_t hi) {
+        const uint32_t kl = lo >> 16;
+        if (kl == hi >> 16 && ((lo & 0xffff) != 0 || (hi & 0xffff) != 0xffff))
+            piece(kl, hi - lo + 1);  // the common case: part of one chunk
+        else
+            addAcross(lo, hi);
+    }
+
+    uint64_t bytes() const { return chunkedBytes(entries_ + (members_ != 0), data_ + canonicalBytes(members_, runs_)); }
+
+private:
+    void addAcross(uint32_t lo, uint32_t hi) {
+        const uint32_t kl = lo >> 16, kh = hi >> 16;
+        const int64_t fa = int64_t{kl} + ((lo & 0xffff) != 0), fb = int64_t{kh} - ((hi & 0xffff) != 0xffff);
+        if (fa > fb) {  // in part two chunks, next to each other
+            piece(kl, kChunkValues - (lo & 0xffff));
+            return piece(kh, (hi & 0xffff) + 1);
+        }
+        if (kl < fa) piece(kl, kChunkValues - (lo & 0xffff));
+        close();
+        // A span is a fill after a container in the chunk before it; else a full, and a fill when longer.
+        entries_ += fa - 1 == key_ || fa == fb ? 1 : 2;
+        if (kh > fb) piece(kh, (hi & 0xffff) + 1);
+    }
+
+    __attribute__((always_inline)) void piece(uint32_t key, uint32_t members) {
+        if (int64_t{key} != key_) {
+            close();
+            key_ = key;
+        }
+        members_ += members;
+        ++runs_;
+    }
+    __attribute__((always_inline)) void close() {
+        entries_ += members_ != 0;
+        data_ += canonicalBytes(members_, runs_);
+        members_ = runs_ = 0;
+    }
+
+    uint64_t entries_ = 0, data_ = 0;
+    int64_t key_ = -2;                 // the last chunk given a piece: it has a container
+    uint32_t members_ = 0, runs_ = 0;  // of chunk key_ so far (none once it is closed)
+};
+
+// A lower bound of the chunked size, for the same ranges as ChunkedSize but
+// cheaper, without adding up chunks: a range that starts in a chunk where the
+// range before it did not end has an entry of its own and, unless it is whole
+// chunks only, 4 bytes of containers at least (2 for a lone member); a range
+// that starts where the one before ended is taken to cost nothing. When the
+// bound already exceeds the range list's size, the range list is the smaller;
+// only otherwise is the exact size needed.
+class ChunkedFloor {
+public:
+    __attribute__((always_inline)) void add(uint32_t lo, uint32_t hi) {
+        const uint32_t kl = lo >> 16;
+        const bool own = int64_t{kl} != last_;
+        const bool whole = ((lo & 0xffff) | (~hi & 0xffff)) == 0;
+        const uint64_t cost = kEntry | (whole ? 4 : hi > lo ? 8 : 6);
+        sum_ += own ? cost : 0;
+        last_ = hi >> 16;
+    }
+
+    uint64_t bytes() const {
+        const uint64_t entries = sum_ >> 40;
+        return chunkedBytes(entries, (sum_ & (kEntry - 1)) - 4 * entries);
+    }
+
+private:
+    static constexpr uint64_t kEntry = uint64_t{1} << 40;
+    uint64_t sum_ = 0;   // entries above bit 40, bytes below
+    int64_t last_ = -1;  // the chunk where the last range ended
+};
+
+// The range list of n maximal ranges, range(i) the i-th, is smaller than the
+// chunked layout: from the floor of that size (ChunkedFloor::bytes) when it
+// decides, else from a pass over them. It takes the floor's bytes and ticks a
+// ticker of its own: a caller's local whose address went to a call not inlined
+// would live in memory in the caller's loops.
+template <typename RangeAt, typename Poll>
+bool listSmaller(uint64_t n, uint64_t floor, RangeAt range, Poll& poll) {
+    const uint64_t list = kListHeaderSize + 8 * n;
+    if (n == 0 || list < floor) return n != 0;
+    ChunkedSize exact;
+    Ticker<Poll> tick{poll};
+    for (uint64_t i = 0; i < n; ++i, tick()) {
+        const Range32 r = range(i);
+        exact.add(toUnsigned(r.lower), toUnsigned(r.upper));
+    }
+    return list < exact.bytes();
+}
+
 // A growable byte buffer on A and F; a failed allocation is remembered, and
 // later writes go nowhere.
 template <qn::pg::AllocFn A, qn::pg::FreeFn F>
@@ -353,23 +495,31 @@ private:
 
 }  // namespace detail
 
-inline uint32_t toUnsigned(int32_t v) { return static_cast<uint32_t>(v) ^ 0x80000000u; }
-inline int32_t fromUnsigned(uint32_t u) { return static_cast<int32_t>(u ^ 0x80000000u); }
-
-// A payload opened for reading: the header read and the directory and
-// checkpoints known to lie inside the bytes (nothing else checked).
+// A payload opened for reading: the header read and, in the chunked layout,
+// the directory and checkpoints known to lie inside the bytes; in the range
+// list, its length a whole number of ranges (nothing else checked).
 struct View {
-    uint32_t n = 0;     // directory entries; 0 for the empty set
+    uint32_t n = 0;     // directory entries; 0 for the empty set and a range list
     uint64_t card = 0;  // as stored
     const uint8_t* dir = nullptr;
     const uint8_t* checks = nullptr;
     const uint8_t* data = nullptr;
     size_t dataSize = 0;
+    const uint8_t* list = nullptr;  // a range list's first range
+    uint64_t ranges = 0;            // and how many it has
 
     Status open(const uint8_t* p, size_t size) {
         *this = View{};
         if (size == 0) return Status::Truncated;
-        if (p[0] != kVersion) return Status::BadVersion;
+        if (p[0] == kFormatRanges) {
+            if (size < kListHeaderSize + 8) return Status::Truncated;
+            if ((size - kListHeaderSize) % 8) return Status::BadLength;
+            card = detail::load64(p + 1);
+            list = p + kListHeaderSize;
+            ranges = (size - kListHeaderSize) / 8;
+            return Status::Ok;
+        }
+        if (p[0] != kFormatChunks) return Status::BadVersion;
         if (size == 1) return Status::Ok;
         if (size < kHeaderSize) return Status::Truncated;
         card = detail::load64(p + 1);
@@ -382,6 +532,27 @@ struct View {
         data = p + head;
         dataSize = size - head;
         return Status::Ok;
+    }
+
+    bool isList() const { return list != nullptr; }
+    bool empty() const { return n == 0 && !list; }
+    // Both ends of range i of a range list.
+    int32_t lower(uint64_t i) const { return static_cast<int32_t>(detail::load32(list + 8 * i)); }
+    int32_t upper(uint64_t i) const { return static_cast<int32_t>(detail::load32(list + 8 * i + 4)); }
+
+    // The first range of a range list whose upper end is at least v (ranges when none).
+    uint64_t rangeReaching(int32_t v) const {
+        uint64_t first = 0, count = ranges;
+        while (count > 0) {
+            const uint64_t half = count / 2;
+            if (upper(first + half) < v) {
+                first += half + 1;
+                count -= half + 1;
+            } else {
+                count = half;
+            }
+        }
+        return first;
     }
 
     uint16_t key(uint32_t i) const { return detail::load16(dir + 4 * size_t{i}); }
@@ -441,7 +612,13 @@ struct Item {
 // with corrupt() set.
 class Walker {
 public:
-    explicit Walker(const View& v) : v_(v) { load(0, 0); }
+    // A range list has no chunks to walk: the walk ends at once, corrupt.
+    explicit Walker(const View& v) : v_(v) {
+        if (v.isList())
+            fail();
+        else
+            load(0, 0);
+    }
 
     bool end() const { return end_; }
     bool corrupt() const { return corrupt_; }
@@ -534,350 +711,75 @@ private:
     bool corrupt_ = false;
 };
 
-// Members of a container in canonical form (for a bitmap, counted).
-inline uint32_t containerMembers(Kind kind, const uint8_t* bytes, uint32_t count) {
+namespace detail {
+
+// The lowest (or highest) place of a container; false when it has none.
+inline bool containerEnd(Kind kind, const uint8_t* c, uint32_t count, bool highest, uint32_t& place) {
     switch (kind) {
-        case KindArray: return count;
-        case KindRuns: {
-            uint32_t n = 0;
-            for (uint32_t i = 0; i < count; ++i)
-                n += detail::runLength(detail::load16(bytes + 4 * i), detail::load16(bytes + 4 * i + 2));
-            return n;
-        }
+        case KindArray: place = load16(c + (highest ? 2 * (count - 1) : 0)); return true;
+        case KindRuns: place = load16(c + (highest ? 4 * (count - 1) + 2 : 0)); return true;
         case KindBitmap:
-            return detail::bitStats([&](uint32_t i) { return detail::load64(bytes + 8 * i); }).members;
-        default: return 0;
+            for (uint32_t k = 0; k < kBitmapWords; ++k) {
+                const uint32_t i = highest ? kBitmapWords - 1 - k : k;
+                const uint64_t x = load64(c + 8 * i);
+                if (!x) continue;
+                place = 64 * i + (highest ? 63 - static_cast<uint32_t>(__builtin_clzll(x))
+                                          : static_cast<uint32_t>(__builtin_ctzll(x)));
+                return true;
+            }
+            return false;
+        case KindFull:
+        case KindFill: place = highest ? 0xffff : 0; return true;
+        default: return false;
     }
 }
 
-// Builds a payload from chunks given in ascending key order: spans of full
-// chunks (adjacent spans merge), containers copied as they are, or chunks
-// computed as sorted places, runs or bitmap words, which it writes in their
-// canonical container (none when empty, a span when full). Out-of-order input
-// makes finish() report Corrupt.
-template <qn::pg::AllocFn A, qn::pg::FreeFn F>
-class Writer {
-public:
-    // Chunks lo to hi are full.
-    void span(uint32_t lo, uint32_t hi) {
-        if (!ordered(lo) || hi < lo || hi >= kChunkValues) {
-            bad_ = true;
-            return;
-        }
-        covered_ = hi;
-        if (spanOpen_ && lo == spanHi_ + 1) {
-            spanHi_ = hi;
-            return;
-        }
-        flushSpan();
-        spanOpen_ = true;
-        spanLo_ = lo;
-        spanHi_ = hi;
-    }
-
-    // A container of a walked payload, copied as it is.
-    void copy(const Item& it) {
-        if (it.span()) return span(it.lo, it.hi);
-        const size_t bytes = detail::containerBytes(detail::makeInfo(it.kind, it.count));
-        uint8_t* p = begin(it.lo, detail::makeInfo(it.kind, it.count), bytes);
-        if (!p) return;
-        std::memcpy(p, it.bytes, bytes);
-        card_ += containerMembers(it.kind, it.bytes, it.count);
-    }
-
-    // Entries [i, j) of a payload whose containers start at off, copied as they
-    // are. Entries i and j - 1 must be containers: then none of them depends on
-    // what was written before, and nothing written after depends on them but
-    // through lastKey_. end is set to where entry j's container starts.
-    void bulk(const View& v, uint32_t i, uint32_t j, size_t off, size_t& end) {
-        end = off;
-        if (!ordered(v.key(i))) return;
-        flushSpan();
-        size_t bytes = 0;
-        uint64_t members = 0;
-        for (uint32_t t = i; t < j; ++t) {
-            const uint16_t info = v.info(t);
-            const size_t b = detail::containerBytes(info);
-            const Kind kind = detail::kindOf(info);
-            if (b == kBadSize || b > v.dataSize - off - bytes || (t > i && v.key(t) <= v.key(t - 1)) ||
-                (t == i && kind >= KindFull)) {
-                bad_ = true;
-                return;
-            }
-            if ((n_ + t - i) % kGroup == 0 && n_ + t - i > 0) {
-                uint8_t* c = checks_.extend(4);
-                if (!c) return;
-                detail::store32(c, static_cast<uint32_t>(data_.size() + bytes));
-            }
-            if (kind == KindFull)
-                members += kChunkValues;
-            else if (kind == KindFill)
-                members += uint64_t{v.key(t) - uint32_t{v.key(t - 1)}} * kChunkValues;
-            else
-                members += containerMembers(kind, v.data + off + bytes, detail::countOf(info));
-            bytes += b;
-        }
-        uint8_t* e = dir_.extend(4 * size_t{j - i});
-        uint8_t* d = data_.extend(bytes);
-        if (!e || (bytes && !d)) return;
-        std::memcpy(e, v.dir + 4 * size_t{i}, 4 * size_t{j - i});
-        if (bytes) std::memcpy(d, v.data + off, bytes);
-        n_ += j - i;
-        card_ += members;
-        lastKey_ = covered_ = v.key(j - 1);
-        end = off + bytes;
-    }
-
-    // Chunk key holds the n places v, ascending.
-    void values(uint32_t key, const uint16_t* v, uint32_t n) {
-        if (n == 0) return;
-        uint32_t r = 1;
-        for (uint32_t i = 1; i < n; ++i) r += v[i] != v[i - 1] + 1;
-        const Kind kind = detail::chooseKind(n, r);
-        if (kind == KindArray) {
-            uint8_t* p = begin(key, detail::makeInfo(KindArray, n), 2 * size_t{n});
-            if (!p) return;
-            for (uint32_t i = 0; i < n; ++i) detail::store16(p + 2 * i, v[i]);
-        } else if (kind == KindRuns) {
-            uint8_t* p = begin(key, detail::makeInfo(KindRuns, r), 4 * size_t{r});
-            if (!p) return;
-            uint32_t first = v[0];
-            for (uint32_t i = 1; i <= n; ++i) {
-                if (i < n && v[i] == v[i - 1] + 1) continue;
-                detail::store16(p, static_cast<uint16_t>(first));
-                detail::store16(p + 2, v[i - 1]);
-                p += 4;
-                if (i < n) first = v[i];
-            }
-        } else {
-            uint8_t* p = begin(key, detail::makeInfo(KindBitmap, 1), kBitmapBytes);
-            if (!p) return;
-            std::memset(p, 0, kBitmapBytes);
-            for (uint32_t i = 0; i < n; ++i) p[v[i] >> 3] |= static_cast<uint8_t>(1u << (v[i] & 7));
-        }
-        card_ += n;
-    }
-
-    // Chunk key holds the nr runs r, ascending and apart.
-    void runs(uint32_t key, const Run* r, uint32_t nr) {
-        uint64_t n = 0;
-        for (uint32_t i = 0; i < nr; ++i) n += detail::runLength(r[i].first, r[i].last);
-        if (n == 0) return;
-        if (n >= kChunkValues) return span(key, key);
-        const Kind kind = detail::chooseKind(static_cast<uint32_t>(n), nr);
-        if (kind == KindArray) {
-            uint8_t* p = begin(key, detail::makeInfo(KindArray, static_cast<uint32_t>(n)), 2 * n);
-            if (!p) return;
-            for (uint32_t i = 0; i < nr; ++i)
-                for (uint32_t x = r[i].first; x <= r[i].last; ++x, p += 2) detail::store16(p, static_cast<uint16_t>(x));
-        } else if (kind == KindRuns) {
-            uint8_t* p = begin(key, detail::makeInfo(KindRuns, nr), 4 * size_t{nr});
-            if (!p) return;
-            for (uint32_t i = 0; i < nr; ++i, p += 4) {
-                detail::store16(p, r[i].first);
-                detail::store16(p + 2, r[i].last);
-            }
-        } else {
-            uint8_t* p = begin(key, detail::makeInfo(KindBitmap, 1), kBitmapBytes);
-            if (!p) return;
-            uint64_t w[kBitmapWords] = {};
-            for (uint32_t i = 0; i < nr; ++i) detail::setRun(w, r[i].first, r[i].last);
-            detail::storeWords(p, w);
-        }
-        card_ += n;
-    }
-
-    // Chunk key holds the set bits of w.
-    void words(uint32_t key, const uint64_t* w) {
-        const detail::BitStats st = detail::bitStats([&](uint32_t i) { return w[i]; });
-        if (st.members == 0) return;
-        if (st.members == kChunkValues) return span(key, key);
-        const Kind kind = detail::chooseKind(st.members, st.runs);
-        if (kind == KindBitmap) {
-            uint8_t* p = begin(key, detail::makeInfo(KindBitmap, 1), kBitmapBytes);
-            if (!p) return;
-            detail::storeWords(p, w);
-        } else if (kind == KindArray) {
-            uint8_t* p = begin(key, detail::makeInfo(KindArray, st.members), 2 * size_t{st.members});
-            if (!p) return;
-            for (uint32_t i = 0; i < kBitmapWords; ++i)
-                for (uint64_t x = w[i]; x; x &= x - 1, p += 2)
-                    detail::store16(p, static_cast<uint16_t>(64 * i + static_cast<uint32_t>(__builtin_ctzll(x))));
-        } else {
-            uint8_t* p = begin(key, detail::makeInfo(KindRuns, st.runs), 4 * size_t{st.runs});
-            if (!p) return;
-            uint32_t pos = 0;
-            for (uint32_t k = 0; k < st.runs; ++k, p += 4) {
-                const uint32_t first = nextBit(w, pos, false), last = nextBit(w, first, true) - 1;
-                detail::store16(p, static_cast<uint16_t>(first));
-                detail::store16(p + 2, static_cast<uint16_t>(last));
-                pos = last + 1;
-            }
-        }
-        card_ += st.members;
-    }
-
-    // The payload, in a buffer of exactly headerRoom + its size from A.
-    Status finish(size_t headerRoom, Encoded& out) {
-        flushSpan();
-        out = Encoded{};
-        if (bad_) return Status::Corrupt;
-        if (dir_.failed() || data_.failed() || checks_.failed()) return Status::OutOfMemory;
-        const size_t size = n_ == 0 ? 1 : kHeaderSize + dir_.size() + checks_.size() + data_.size();
-        uint8_t* buffer = static_cast<uint8_t*>(A(headerRoom + size));
-        if (!buffer) return Status::OutOfMemory;
-        uint8_t* p = buffer + headerRoom;
-        p[0] = kVersion;
-        if (n_) {
-            detail::store64(p + 1, card_);
-            detail::store16(p + 9, static_cast<uint16_t>(n_ - 1));
-            size_t at = kHeaderSize;
-            for (auto* b : {&dir_, &checks_, &data_}) {
-                if (b->size()) std::memcpy(p + at, b->data(), b->size());
-                at += b->size();
-            }
-        }
-        out = Encoded{buffer, p, size};
-        return Status::Ok;
-    }
-
-private:
-    // The first place at or after pos whose bit is clear (set == true) or set
-    // (set == false); 65536 when none.
-    static uint32_t nextBit(const uint64_t* w, uint32_t pos, bool set) {
-        if (pos >= kChunkValues) return kChunkValues;
-        uint32_t i = pos >> 6;
-        uint64_t x = (set ? ~w[i] : w[i]) & (~uint64_t{0} << (pos & 63));
-        while (!x) {
-            if (++i == kBitmapWords) return kChunkValues;
-            x = set ? ~w[i] : w[i];
-        }
-        return 64 * i + static_cast<uint32_t>(__builtin_ctzll(x));
-    }
-
-    bool ordered(uint32_t lo) {
-        if (int64_t{lo} > covered_ && lo < kChunkValues) return true;
-        bad_ = true;
-        return false;
-    }
-
-    bool entry(uint32_t key, uint16_t info) {
-        if (n_ % kGroup == 0 && n_ > 0) {
-            uint8_t* c = checks_.extend(4);
-            if (!c) return false;
-            detail::store32(c, static_cast<uint32_t>(data_.size()));
-        }
-        uint8_t* e = dir_.extend(4);
-        if (!e) return false;
-        detail::store16(e, static_cast<uint16_t>(key));
-        detail::store16(e + 2, info);
-        ++n_;
-        lastKey_ = key;
-        return true;
-    }
-
-    // Starts the container of chunk key: its entry, and room for its bytes.
-    uint8_t* begin(uint32_t key, uint16_t info, size_t bytes) {
-        if (!ordered(key)) return nullptr;
-        flushSpan();
-        covered_ = key;
-        if (!entry(key, info)) return nullptr;
-        return data_.extend(bytes);
-    }
-
-    void flushSpan() {
-        if (!spanOpen_) return;
-        spanOpen_ = false;
-        if (lastKey_ >= 0 && uint32_t(lastKey_) + 1 == spanLo_) {
-            entry(spanHi_, detail::makeInfo(KindFill, 1));
-        } else {
-            entry(spanLo_, detail::makeInfo(KindFull, 1));
-            if (spanHi_ > spanLo_) entry(spanHi_, detail::makeInfo(KindFill, 1));
-        }
-        card_ += uint64_t{spanHi_ - spanLo_ + 1} * kChunkValues;
-    }
-
-    detail::ByteBuffer<A, F> dir_, checks_, data_;
-    uint32_t n_ = 0;
-    uint64_t card_ = 0;
-    int64_t lastKey_ = -1;  // of the last entry written
-    int64_t covered_ = -1;  // the highest chunk given so far
-    bool spanOpen_ = false;
-    uint32_t spanLo_ = 0, spanHi_ = 0;
-    bool bad_ = false;
+// What a container holds: members, maximal runs, its lowest and highest place.
+// (Of a container that is readable but not canonical: some numbers, read from
+// its bytes only.)
+struct Shape {
+    uint32_t members = 0, runs = 0, first = 0, last = 0;
 };
 
-// Checks untrusted bytes: every length, offset and checkpoint, the order of
-// keys, places and runs, the canonical form and the stored cardinality. Reads
-// nothing outside [data, data + size). Ok means every reader here accepts it
-// and it is the one encoding of its set.
-template <typename Poll = NoPoll>
-Status validate(const uint8_t* data, size_t size, Poll poll = {}) {
-    View v;
-    const Status opened = v.open(data, size);
-    if (opened != Status::Ok || v.n == 0) return opened;
-    detail::Ticker<Poll> tick{poll};
-    size_t off = 0;
-    uint64_t total = 0;
-    for (uint32_t i = 0; i < v.n; ++i) {
-        if (i % kGroup == 0 && i > 0 && detail::load32(v.checks + 4 * size_t{i / kGroup - 1}) != off)
-            return Status::BadCheckpoint;
-        const uint16_t info = v.info(i);
-        const uint32_t key = v.key(i), count = detail::countOf(info);
-        const Kind kind = detail::kindOf(info);
-        const size_t bytes = detail::containerBytes(info);
-        if (bytes == kBadSize) return Status::BadEntry;
-        if (i > 0 && key <= v.key(i - 1)) return Status::BadOrder;
-        if (bytes > v.dataSize - off) return Status::BadLength;
-        const uint8_t* c = v.data + off;
-        uint32_t members = 0, runs = 0;
-        switch (kind) {
-            case KindArray:
-                for (uint32_t k = 1; k < count; ++k) {
-                    const uint32_t prev = detail::load16(c + 2 * k - 2), cur = detail::load16(c + 2 * k);
-                    if (cur <= prev) return Status::BadContainer;
-                    runs += cur != prev + 1;
-                }
-                members = count;
-                ++runs;
-                break;
-            case KindRuns:
-                for (uint32_t k = 0; k < count; ++k) {
-                    const uint32_t first = detail::load16(c + 4 * k), last = detail::load16(c + 4 * k + 2);
-                    if (last < first || (k > 0 && first < uint32_t{detail::load16(c + 4 * k - 2)} + 2))
-                        return Status::BadContainer;
-                    members += last - first + 1;
-                }
-                runs = count;
-                if (members == kChunkValues) return Status::NotCanonical;
-                break;
-            case KindBitmap: {
-                const detail::BitStats st = detail::bitStats([&](uint32_t w) { return detail::load64(c + 8 * w); });
-                if (st.members == 0 || st.members == kChunkValues) return Status::NotCanonical;
-                members = st.members;
-                runs = st.runs;
-                break;
-            }
-            case KindFull:
-                if (i > 0 && uint32_t{v.key(i - 1)} + 1 == key) return Status::NotCanonical;
-                total += kChunkValues;
-                break;
-            default:  // fill
-                if (i == 0 || detail::kindOf(v.info(i - 1)) == KindFill) return Status::NotCanonical;
-                total += uint64_t{key - v.key(i - 1)} * kChunkValues;
-                break;
+inline Shape shapeOf(Kind kind, const uint8_t* c, uint32_t count) {
+    Shape s;
+    switch (kind) {
+        case KindArray:
+            s.members = count;
+            s.runs = 1;
+            for (uint32_t k = 1; k < count; ++k) s.runs += load16(c + 2 * k) != load16(c + 2 * k - 2) + 1u;
+            break;
+        case KindRuns:
+            for (uint32_t k = 0; k < count; ++k) s.members += runLength(load16(c + 4 * k), load16(c + 4 * k + 2));
+            s.runs = count;
+            break;
+        case KindBitmap: {
+            const BitStats st = bitStats([&](uint32_t i) { return load64(c + 8 * i); });
+            s.members = st.members;
+            s.runs = st.runs;
+            break;
         }
-        if (kind <= KindBitmap) {
-            if (detail::chooseKind(members, runs) != kind) return Status::NotCanonical;
-            total += members;
-        }
-        off += bytes;
-        tick(bytes / 8 + 1);
+        default: return s;
     }
-    if (off != v.dataSize) return Status::BadLength;
-    if (total != v.card) return Status::BadCardinality;
-    return Status::Ok;
+    containerEnd(kind, c, count, false, s.first);
+    containerEnd(kind, c, count, true, s.last);
+    return s;
 }
+
+// Counts the maximal runs of a set given as pieces (runs of a container, spans
+// of full chunks) in ascending order: a piece that starts where the one before
+// ended joins its run.
+struct RunCounter {
+    uint64_t runs = 0;
+    int64_t end = -2;  // the last value of the last piece
+    void add(uint32_t lo, uint32_t hi, uint32_t pieces = 1) {
+        if (!pieces) return;
+        runs += pieces - (int64_t{lo} == end + 1);
+        end = hi;
+    }
+};
+
+}  // namespace detail
 
 // The ranges of a payload, ascending, each maximal (ranges that meet across
 // chunks come out as one), one per call in constant space.
@@ -885,6 +787,8 @@ class RangeCursor {
 public:
     // status() tells whether the payload could be opened.
     RangeCursor(const uint8_t* data, size_t size) { status_ = v_.open(data, size); }
+    // A payload already opened (the writer's own chunks, say).
+    explicit RangeCursor(const View& v) : v_(v), status_(Status::Ok) {}
 
     Status status() const { return status_; }
 
@@ -892,6 +796,13 @@ public:
     // status() is Corrupt).
     bool next(Range32& r) {
         if (status_ != Status::Ok) return false;
+        if (v_.isList()) {  // as stored
+            if (at_ >= v_.ranges) return false;
+            r = Range32{v_.lower(at_), v_.upper(at_)};
+            if (r.upper < r.lower) r.upper = r.lower;
+            ++at_;
+            return true;
+        }
         uint32_t lo, hi;
         while (piece(lo, hi)) {
             if (pending_ && uint64_t{lo} == uint64_t{pendHi_} + 1) {
@@ -996,6 +907,7 @@ private:
 
     View v_;
     Status status_;
+    uint64_t at_ = 0;  // the next range of a range list
     uint32_t i_ = 0;
     size_t off_ = 0;
     uint32_t pos_ = 0;  // in the container: next member or run index, or bit place
@@ -1027,16 +939,426 @@ private:
     int64_t hi_ = 0;
 };
 
-// The payload of a normalised range list: ascending, lower <= upper, and at
-// least one integer left out between neighbours (NotNormalised otherwise).
-template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
-Status encodeRanges(const Range32* first, const Range32* last, size_t headerRoom, Encoded& out, Poll poll = {}) {
-    out = Encoded{};
-    Writer<A, F> w;
+// Builds a payload from chunks given in ascending key order: spans of full
+// chunks (adjacent spans merge), containers copied as they are, or chunks
+// computed as sorted places, runs or bitmap words, which it writes in their
+// canonical container (none when empty, a span when full). It counts the
+// set's maximal runs as it goes, and finish() writes the range list instead
+// when that is smaller. Out-of-order input makes finish() report Corrupt.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+class Writer {
+public:
+    // Chunks lo to hi are full.
+    void span(uint32_t lo, uint32_t hi) {
+        if (!ordered(lo) || hi < lo || hi >= kChunkValues) {
+            bad_ = true;
+            return;
+        }
+        covered_ = hi;
+        runs_.add(lo << 16, hi << 16 | 0xffff);
+        if (spanOpen_ && lo == spanHi_ + 1) {
+            spanHi_ = hi;
+            return;
+        }
+        flushSpan();
+        spanOpen_ = true;
+        spanLo_ = lo;
+        spanHi_ = hi;
+    }
+
+    // A container of a walked payload, copied as it is.
+    void copy(const Item& it) {
+        if (it.span()) return span(it.lo, it.hi);
+        const size_t bytes = detail::containerBytes(detail::makeInfo(it.kind, it.count));
+        uint8_t* p = begin(it.lo, detail::makeInfo(it.kind, it.count), bytes);
+        if (!p) return;
+        std::memcpy(p, it.bytes, bytes);
+        note(it.lo, detail::shapeOf(it.kind, it.bytes, it.count));
+    }
+
+    // Entries [i, j) of a payload whose containers start at off, copied as they
+    // are. Entries i and j - 1 must be containers: then none of them depends on
+    // what was written before, and nothing written after depends on them but
+    // through lastKey_. end is set to where entry j's container starts.
+    void bulk(const View& v, uint32_t i, uint32_t j, size_t off, size_t& end) {
+        end = off;
+        if (!ordered(v.key(i))) return;
+        flushSpan();
+        size_t bytes = 0;
+        uint64_t members = 0;
+        for (uint32_t t = i; t < j; ++t) {
+            const uint16_t info = v.info(t);
+            const size_t b = detail::containerBytes(info);
+            const Kind kind = detail::kindOf(info);
+            if (b == kBadSize || b > v.dataSize - off - bytes || (t > i && v.key(t) <= v.key(t - 1)) ||
+                (t == i && kind >= KindFull)) {
+                bad_ = true;
+                return;
+            }
+            if ((n_ + t - i) % kGroup == 0 && n_ + t - i > 0) {
+                uint8_t* c = checks_.extend(4);
+                if (!c) return;
+                detail::store32(c, static_cast<uint32_t>(data_.size() + bytes));
+            }
+            const uint32_t key = v.key(t);
+            if (kind == KindFull) {
+                members += kChunkValues;
+                runs_.add(key << 16, key << 16 | 0xffff);
+            } else if (kind == KindFill) {
+                members += uint64_t{key - uint32_t{v.key(t - 1)}} * kChunkValues;
+                runs_.add((uint32_t{v.key(t - 1)} + 1) << 16, key << 16 | 0xffff);
+            } else {
+                const detail::Shape sh = detail::shapeOf(kind, v.data + off + bytes, detail::countOf(info));
+                members += sh.members;
+                runs_.add(key << 16 | sh.first, key << 16 | sh.last, sh.runs);
+            }
+            bytes += b;
+        }
+        uint8_t* e = dir_.extend(4 * size_t{j - i});
+        uint8_t* d = data_.extend(bytes);
+        if (!e || (bytes && !d)) return;
+        std::memcpy(e, v.dir + 4 * size_t{i}, 4 * size_t{j - i});
+        if (bytes) std::memcpy(d, v.data + off, bytes);
+        n_ += j - i;
+        card_ += members;
+        lastKey_ = covered_ = v.key(j - 1);
+        end = off + bytes;
+    }
+
+    // Chunk key holds the n places v, ascending.
+    void values(uint32_t key, const uint16_t* v, uint32_t n) {
+        if (n == 0) return;
+        uint32_t r = 1;
+        for (uint32_t i = 1; i < n; ++i) r += v[i] != v[i - 1] + 1;
+        const Kind kind = detail::chooseKind(n, r);
+        if (kind == KindArray) {
+            uint8_t* p = begin(key, detail::makeInfo(KindArray, n), 2 * size_t{n});
+            if (!p) return;
+            for (uint32_t i = 0; i < n; ++i) detail::store16(p + 2 * i, v[i]);
+        } else if (kind == KindRuns) {
+            uint8_t* p = begin(key, detail::makeInfo(KindRuns, r), 4 * size_t{r});
+            if (!p) return;
+            uint32_t first = v[0];
+            for (uint32_t i = 1; i <= n; ++i) {
+                if (i < n && v[i] == v[i - 1] + 1) continue;
+                detail::store16(p, static_cast<uint16_t>(first));
+                detail::store16(p + 2, v[i - 1]);
+                p += 4;
+                if (i < n) first = v[i];
+            }
+        } else {
+            uint8_t* p = begin(key, detail::makeInfo(KindBitmap, 1), kBitmapBytes);
+            if (!p) return;
+            std::memset(p, 0, kBitmapBytes);
+            for (uint32_t i = 0; i < n; ++i) p[v[i] >> 3] |= static_cast<uint8_t>(1u << (v[i] & 7));
+        }
+        note(key, detail::Shape{n, r, v[0], v[n - 1]});
+    }
+
+    // Chunk key holds the nr runs r, ascending and apart.
+    void runs(uint32_t key, const Run* r, uint32_t nr) {
+        uint64_t n = 0;
+        for (uint32_t i = 0; i < nr; ++i) n += detail::runLength(r[i].first, r[i].last);
+        if (n == 0) return;
+        if (n >= kChunkValues) return span(key, key);
+        const Kind kind = detail::chooseKind(static_cast<uint32_t>(n), nr);
+        if (kind == KindArray) {
+            uint8_t* p = begin(key, detail::makeInfo(KindArray, static_cast<uint32_t>(n)), 2 * n);
+            if (!p) return;
+            for (uint32_t i = 0; i < nr; ++i)
+                for (uint32_t x = r[i].first; x <= r[i].last; ++x, p += 2) detail::store16(p, static_cast<uint16_t>(x));
+        } else if (kind == KindRuns) {
+            uint8_t* p = begin(key, detail::makeInfo(KindRuns, nr), 4 * size_t{nr});
+            if (!p) return;
+            for (uint32_t i = 0; i < nr; ++i, p += 4) {
+                detail::store16(p, r[i].first);
+                detail::store16(p + 2, r[i].last);
+            }
+        } else {
+            uint8_t* p = begin(key, detail::makeInfo(KindBitmap, 1), kBitmapBytes);
+            if (!p) return;
+            uint64_t w[kBitmapWords] = {};
+            for (uint32_t i = 0; i < nr; ++i) detail::setRun(w, r[i].first, r[i].last);
+            detail::storeWords(p, w);
+        }
+        note(key, detail::Shape{static_cast<uint32_t>(n), nr, r[0].first, r[nr - 1].last});
+    }
+
+    // Chunk key holds the set bits of w.
+    void words(uint32_t key, const uint64_t* w) {
+        const detail::BitStats st = detail::bitStats([&](uint32_t i) { return w[i]; });
+        if (st.members == 0) return;
+        if (st.members == kChunkValues) return span(key, key);
+        const Kind kind = detail::chooseKind(st.members, st.runs);
+        if (kind == KindBitmap) {
+            uint8_t* p = begin(key, detail::makeInfo(KindBitmap, 1), kBitmapBytes);
+            if (!p) return;
+            detail::storeWords(p, w);
+        } else if (kind == KindArray) {
+            uint8_t* p = begin(key, detail::makeInfo(KindArray, st.members), 2 * size_t{st.members});
+            if (!p) return;
+            for (uint32_t i = 0; i < kBitmapWords; ++i)
+                for (uint64_t x = w[i]; x; x &= x - 1, p += 2)
+                    detail::store16(p, static_cast<uint16_t>(64 * i + static_cast<uint32_t>(__builtin_ctzll(x))));
+        } else {
+            uint8_t* p = begin(key, detail::makeInfo(KindRuns, st.runs), 4 * size_t{st.runs});
+            if (!p) return;
+            uint32_t pos = 0;
+            for (uint32_t k = 0; k < st.runs; ++k, p += 4) {
+                const uint32_t first = nextBit(w, pos, false), last = nextBit(w, first, true) - 1;
+                detail::store16(p, static_cast<uint16_t>(first));
+                detail::store16(p + 2, static_cast<uint16_t>(last));
+                pos = last + 1;
+            }
+        }
+        uint32_t top = kBitmapWords - 1;
+        while (!w[top]) --top;  // a set bit stops it
+        const uint32_t last = 64 * top + 63 - static_cast<uint32_t>(__builtin_clzll(w[top]));
+        note(key, detail::Shape{st.members, st.runs, nextBit(w, 0, false), last});
+    }
+
+    // The payload, in a buffer of exactly headerRoom + its size from A: the
+    // smaller layout, ties to the chunks, or the chunked layout when
+    // chooseLayout is false.
+    template <typename Poll = NoPoll>
+    Status finish(size_t headerRoom, Encoded& out, Poll poll = {}, bool chooseLayout = true) {
+        flushSpan();
+        out = Encoded{};
+        if (bad_) return Status::Corrupt;
+        if (dir_.failed() || data_.failed() || checks_.failed()) return Status::OutOfMemory;
+        const size_t size = n_ == 0 ? 1 : kHeaderSize + dir_.size() + checks_.size() + data_.size();
+        if (chooseLayout && n_ && kListHeaderSize + 8 * runs_.runs < size) {
+            const Status st = finishList(headerRoom, out, poll);
+            if (st != Status::Corrupt) return st;
+        }
+        uint8_t* buffer = static_cast<uint8_t*>(A(headerRoom + size));
+        if (!buffer) return Status::OutOfMemory;
+        uint8_t* p = buffer + headerRoom;
+        p[0] = kFormatChunks;
+        if (n_) {
+            detail::store64(p + 1, card_);
+            detail::store16(p + 9, static_cast<uint16_t>(n_ - 1));
+            size_t at = kHeaderSize;
+            for (auto* b : {&dir_, &checks_, &data_}) {
+                if (b->size()) std::memcpy(p + at, b->data(), b->size());
+                at += b->size();
+            }
+        }
+        out = Encoded{buffer, p, size};
+        return Status::Ok;
+    }
+
+private:
+    // The range list of the chunks written, read back from them. Corrupt when
+    // they hold another number of runs than counted (chunks copied from a
+    // payload that is not canonical): then the chunks are kept.
+    template <typename Poll>
+    Status finishList(size_t headerRoom, Encoded& out, Poll& poll) {
+        static const uint8_t none = 0;
+        View v;
+        v.n = n_;
+        v.dir = dir_.data();
+        v.checks = checks_.size() ? checks_.data() : &none;
+        v.data = data_.size() ? data_.data() : &none;
+        v.dataSize = data_.size();
+        RangeCursor cursor(v);
+        const uint64_t n = runs_.runs;
+        const size_t size = kListHeaderSize + 8 * n;
+        uint8_t* buffer = static_cast<uint8_t*>(A(headerRoom + size));
+        if (!buffer) return Status::OutOfMemory;
+        uint8_t* p = buffer + headerRoom;
+        p[0] = kFormatRanges;
+        detail::store64(p + 1, card_);
+        detail::Ticker<Poll> tick{poll};
+        Range32 r;
+        uint64_t k = 0;
+        for (uint8_t* at = p + kListHeaderSize; k < n && cursor.next(r); ++k, at += 8, tick()) {
+            detail::store32(at, static_cast<uint32_t>(r.lower));
+            detail::store32(at + 4, static_cast<uint32_t>(r.upper));
+        }
+        if (k != n || cursor.next(r)) {
+            F(buffer);
+            return Status::Corrupt;
+        }
+        out = Encoded{buffer, p, size};
+        return Status::Ok;
+    }
+
+    // A container written to chunk key: its members and runs counted.
+    void note(uint32_t key, const detail::Shape& sh) {
+        card_ += sh.members;
+        runs_.add(key << 16 | sh.first, key << 16 | sh.last, sh.runs);
+    }
+
+    // The first place at or after pos whose bit is clear (set == true) or set
+    // (set == false); 65536 when none.
+    static uint32_t nextBit(const uint64_t* w, uint32_t pos, bool set) {
+        if (pos >= kChunkValues) return kChunkValues;
+        uint32_t i = pos >> 6;
+        uint64_t x = (set ? ~w[i] : w[i]) & (~uint64_t{0} << (pos & 63));
+        while (!x) {
+            if (++i == kBitmapWords) return kChunkValues;
+            x = set ? ~w[i] : w[i];
+        }
+        return 64 * i + static_cast<uint32_t>(__builtin_ctzll(x));
+    }
+
+    bool ordered(uint32_t lo) {
+        if (int64_t{lo} > covered_ && lo < kChunkValues) return true;
+        bad_ = true;
+        return false;
+    }
+
+    bool entry(uint32_t key, uint16_t info) {
+        if (n_ % kGroup == 0 && n_ > 0) {
+            uint8_t* c = checks_.extend(4);
+            if (!c) return false;
+            detail::store32(c, static_cast<uint32_t>(data_.size()));
+        }
+        uint8_t* e = dir_.extend(4);
+        if (!e) return false;
+        detail::store16(e, static_cast<uint16_t>(key));
+        detail::store16(e + 2, info);
+        ++n_;
+        lastKey_ = key;
+        return true;
+    }
+
+    // Starts the container of chunk key: its entry, and room for its bytes.
+    uint8_t* begin(uint32_t key, uint16_t info, size_t bytes) {
+        if (!ordered(key)) return nullptr;
+        flushSpan();
+        covered_ = key;
+        if (!entry(key, info)) return nullptr;
+        return data_.extend(bytes);
+    }
+
+    void flushSpan() {
+        if (!spanOpen_) return;
+        spanOpen_ = false;
+        if (lastKey_ >= 0 && uint32_t(lastKey_) + 1 == spanLo_) {
+            entry(spanHi_, detail::makeInfo(KindFill, 1));
+        } else {
+            entry(spanLo_, detail::makeInfo(KindFull, 1));
+            if (spanHi_ > spanLo_) entry(spanHi_, detail::makeInfo(KindFill, 1));
+        }
+        card_ += uint64_t{spanHi_ - spanLo_ + 1} * kChunkValues;
+    }
+
+    detail::ByteBuffer<A, F> dir_, checks_, data_;
+    uint32_t n_ = 0;
+    uint64_t card_ = 0;
+    detail::RunCounter runs_;
+    int64_t lastKey_ = -1;  // of the last entry written
+    int64_t covered_ = -1;  // the highest chunk given so far
+    bool spanOpen_ = false;
+    uint32_t spanLo_ = 0, spanHi_ = 0;
+    bool bad_ = false;
+};
+
+// Checks untrusted bytes: every length, offset and checkpoint, the order of
+// keys, places, runs and ranges, the canonical form (of the layout, and the
+// layout itself) and the stored cardinality. Reads nothing outside
+// [data, data + size). Ok means every reader here accepts it and it is the one
+// encoding of its set.
+template <typename Poll = NoPoll>
+Status validate(const uint8_t* data, size_t size, Poll poll = {}) {
+    View v;
+    const Status opened = v.open(data, size);
+    if (opened != Status::Ok || v.empty()) return opened;
+    detail::Ticker<Poll> tick{poll};
+    uint64_t total = 0;
+    if (v.isList()) {
+        detail::ChunkedFloor floor;
+        for (uint64_t i = 0; i < v.ranges; ++i, tick()) {
+            const int32_t lo = v.lower(i), hi = v.upper(i);
+            if (hi < lo || (i > 0 && int64_t{lo} < int64_t{v.upper(i - 1)} + 2)) return Status::BadContainer;
+            floor.add(toUnsigned(lo), toUnsigned(hi));
+            total += static_cast<uint64_t>(int64_t{hi} - lo + 1);
+        }
+        if (total != v.card) return Status::BadCardinality;
+        const auto range = [&v](uint64_t i) { return Range32{v.lower(i), v.upper(i)}; };
+        return detail::listSmaller(v.ranges, floor.bytes(), range, poll) ? Status::Ok : Status::NotCanonical;  // ties go to the chunks
+    }
+    size_t off = 0;
+    detail::RunCounter maximal;
+    for (uint32_t i = 0; i < v.n; ++i) {
+        if (i % kGroup == 0 && i > 0 && detail::load32(v.checks + 4 * size_t{i / kGroup - 1}) != off)
+            return Status::BadCheckpoint;
+        const uint16_t info = v.info(i);
+        const uint32_t key = v.key(i), count = detail::countOf(info);
+        const Kind kind = detail::kindOf(info);
+        const size_t bytes = detail::containerBytes(info);
+        if (bytes == kBadSize) return Status::BadEntry;
+        if (i > 0 && key <= v.key(i - 1)) return Status::BadOrder;
+        if (bytes > v.dataSize - off) return Status::BadLength;
+        const uint8_t* c = v.data + off;
+        uint32_t members = 0, runs = 0;
+        switch (kind) {
+            case KindArray:
+                for (uint32_t k = 1; k < count; ++k) {
+                    const uint32_t prev = detail::load16(c + 2 * k - 2), cur = detail::load16(c + 2 * k);
+                    if (cur <= prev) return Status::BadContainer;
+                    runs += cur != prev + 1;
+                }
+                members = count;
+                ++runs;
+                break;
+            case KindRuns:
+                for (uint32_t k = 0; k < count; ++k) {
+                    const uint32_t first = detail::load16(c + 4 * k), last = detail::load16(c + 4 * k + 2);
+                    if (last < first || (k > 0 && first < uint32_t{detail::load16(c + 4 * k - 2)} + 2))
+                        return Status::BadContainer;
+                    members += last - first + 1;
+                }
+                runs = count;
+                if (members == kChunkValues) return Status::NotCanonical;
+                break;
+            case KindBitmap: {
+                const detail::BitStats st = detail::bitStats([&](uint32_t w) { return detail::load64(c + 8 * w); });
+                if (st.members == 0 || st.members == kChunkValues) return Status::NotCanonical;
+                members = st.members;
+                runs = st.runs;
+                break;
+            }
+            case KindFull:
+                if (i > 0 && uint32_t{v.key(i - 1)} + 1 == key) return Status::NotCanonical;
+                total += kChunkValues;
+                maximal.add(key << 16, key << 16 | 0xffff);
+                break;
+            default:  // fill
+                if (i == 0 || detail::kindOf(v.info(i - 1)) == KindFill) return Status::NotCanonical;
+                total += uint64_t{key - v.key(i - 1)} * kChunkValues;
+                maximal.add((uint32_t{v.key(i - 1)} + 1) << 16, key << 16 | 0xffff);
+                break;
+        }
+        if (kind <= KindBitmap) {
+            if (detail::chooseKind(members, runs) != kind) return Status::NotCanonical;
+            total += members;
+            uint32_t first = 0, last = 0;
+            detail::containerEnd(kind, c, count, false, first);
+            detail::containerEnd(kind, c, count, true, last);
+            maximal.add(key << 16 | first, key << 16 | last, runs);
+        }
+        off += bytes;
+        tick(bytes / 8 + 1);
+    }
+    if (off != v.dataSize) return Status::BadLength;
+    if (total != v.card) return Status::BadCardinality;
+    // The range list when smaller: ties go to the chunks.
+    return kListHeaderSize + 8 * maximal.runs < size ? Status::NotCanonical : Status::Ok;
+}
+
+namespace detail {
+
+// Gives a writer the chunks of n normalised ranges, range(i) the i-th
+// (NotNormalised when they are not).
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename RangeAt, typename Poll>
+Status writeChunks(uint64_t n, RangeAt range, Writer<A, F>& w, Poll& poll) {
     // A chunk holds at most 32,768 runs of a normalised list, and one more than its ranges.
-    const uint64_t ranges = static_cast<uint64_t>(last - first), room = ranges < kChunkValues / 2 ? ranges + 1 : kChunkValues / 2;
-    Run* runs = first == last ? nullptr : static_cast<Run*>(A(sizeof(Run) * room));
-    if (first != last && !runs) return Status::OutOfMemory;
+    const uint64_t room = n < kChunkValues / 2 ? n + 1 : kChunkValues / 2;
+    Run* runs = n == 0 ? nullptr : static_cast<Run*>(A(sizeof(Run) * room));
+    if (n && !runs) return Status::OutOfMemory;
     uint32_t nr = 0, key = 0;
     auto flush = [&] {
         w.runs(key, runs, nr);
@@ -1047,13 +1369,16 @@ Status encodeRanges(const Range32* first, const Range32* last, size_t headerRoom
         key = k;
         runs[nr++] = Run{static_cast<uint16_t>(lo), static_cast<uint16_t>(hi)};
     };
-    detail::Ticker<Poll> tick{poll};
-    for (const Range32* r = first; r != last; ++r) {
-        if (r->lower > r->upper || (r != first && int64_t{r->lower} < int64_t{r[-1].upper} + 2)) {
+    Ticker<Poll> tick{poll};
+    Range32 prev{0, 0};
+    for (uint64_t i = 0; i < n; ++i, tick()) {
+        const Range32 r = range(i);
+        if (r.lower > r.upper || (i > 0 && int64_t{r.lower} < int64_t{prev.upper} + 2)) {
             F(runs);
             return Status::NotNormalised;
         }
-        const uint32_t lo = toUnsigned(r->lower), hi = toUnsigned(r->upper);
+        prev = r;
+        const uint32_t lo = toUnsigned(r.lower), hi = toUnsigned(r.upper);
         const uint32_t kl = lo >> 16, kh = hi >> 16;
         if (kl == kh) {
             add(kl, lo & 0xffff, hi & 0xffff);
@@ -1065,11 +1390,64 @@ Status encodeRanges(const Range32* first, const Range32* last, size_t headerRoom
             }
             add(kh, 0, hi & 0xffff);
         }
-        tick();
     }
     if (nr) flush();
     if (runs) F(runs);
-    return w.finish(headerRoom, out);
+    return Status::Ok;
+}
+
+// The payload of n normalised ranges in the chunked layout, whether or not
+// the range list would be smaller: for the algorithms that walk chunks.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename RangeAt, typename Poll>
+Status encodeChunks(uint64_t n, RangeAt range, size_t headerRoom, Encoded& out, Poll& poll) {
+    out = Encoded{};
+    Writer<A, F> w;
+    const Status st = writeChunks<A, F>(n, range, w, poll);
+    return st == Status::Ok ? w.finish(headerRoom, out, poll, false) : st;
+}
+
+// The canonical payload of n ranges, range(i) the i-th: a pass over the
+// ranges checks that they are normalised, counts their members and sizes the
+// chunked layout (listSmaller), then the smaller layout is written.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename RangeAt, typename Poll>
+Status encodeCanonical(uint64_t n, RangeAt range, size_t headerRoom, Encoded& out, Poll& poll) {
+    out = Encoded{};
+    ChunkedFloor floor;
+    uint64_t card = 0;
+    Ticker<Poll> tick{poll};
+    int64_t prevUpper = 0;
+    for (uint64_t i = 0; i < n; ++i, tick()) {
+        const Range32 r = range(i);
+        if (r.lower > r.upper || (i > 0 && int64_t{r.lower} < prevUpper + 2)) return Status::NotNormalised;
+        prevUpper = r.upper;
+        floor.add(toUnsigned(r.lower), toUnsigned(r.upper));
+        card += static_cast<uint64_t>(int64_t{r.upper} - r.lower + 1);
+    }
+    if (!listSmaller(n, floor.bytes(), range, poll)) return encodeChunks<A, F>(n, range, headerRoom, out, poll);
+    const size_t size = kListHeaderSize + 8 * n;
+    auto* buffer = static_cast<uint8_t*>(A(headerRoom + size));
+    if (!buffer) return Status::OutOfMemory;
+    uint8_t* p = buffer + headerRoom;
+    p[0] = kFormatRanges;
+    store64(p + 1, card);
+    uint8_t* at = p + kListHeaderSize;
+    for (uint64_t i = 0; i < n; ++i, at += 8, tick()) {
+        const Range32 r = range(i);
+        store32(at, static_cast<uint32_t>(r.lower));
+        store32(at + 4, static_cast<uint32_t>(r.upper));
+    }
+    out = Encoded{buffer, p, size};
+    return Status::Ok;
+}
+
+}  // namespace detail
+
+// The payload of a normalised range list: ascending, lower <= upper, and at
+// least one integer left out between neighbours (NotNormalised otherwise).
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
+Status encodeRanges(const Range32* first, const Range32* last, size_t headerRoom, Encoded& out, Poll poll = {}) {
+    return detail::encodeCanonical<A, F>(static_cast<uint64_t>(last - first), [first](uint64_t i) { return first[i]; },
+                                         headerRoom, out, poll);
 }
 
 // The payload of ranges in any order, overlapping, repeated or inverted (an
@@ -1126,38 +1504,22 @@ inline Status cardinality(const uint8_t* data, size_t size, uint64_t& out) {
 inline Status isEmpty(const uint8_t* data, size_t size, bool& out) {
     View v;
     const Status s = v.open(data, size);
-    out = v.n == 0;
+    out = v.empty();
     return s;
 }
 
 namespace detail {
 
-// The lowest (or highest) place of a container; false when it has none.
-inline bool containerEnd(Kind kind, const uint8_t* c, uint32_t count, bool highest, uint32_t& place) {
-    switch (kind) {
-        case KindArray: place = load16(c + (highest ? 2 * (count - 1) : 0)); return true;
-        case KindRuns: place = load16(c + (highest ? 4 * (count - 1) + 2 : 0)); return true;
-        case KindBitmap:
-            for (uint32_t k = 0; k < kBitmapWords; ++k) {
-                const uint32_t i = highest ? kBitmapWords - 1 - k : k;
-                const uint64_t x = load64(c + 8 * i);
-                if (!x) continue;
-                place = 64 * i + (highest ? 63 - static_cast<uint32_t>(__builtin_clzll(x))
-                                          : static_cast<uint32_t>(__builtin_ctzll(x)));
-                return true;
-            }
-            return false;
-        case KindFull:
-        case KindFill: place = highest ? 0xffff : 0; return true;
-        default: return false;
-    }
-}
-
 inline Status extreme(const uint8_t* data, size_t size, bool highest, bool& found, int32_t& out) {
     View v;
     found = false;
     const Status s = v.open(data, size);
-    if (s != Status::Ok || v.n == 0) return s;
+    if (s != Status::Ok || v.empty()) return s;
+    if (v.isList()) {
+        out = highest ? v.upper(v.ranges - 1) : v.lower(0);
+        found = true;
+        return Status::Ok;
+    }
     const uint32_t i = highest ? v.n - 1 : 0;
     const uint16_t info = v.info(i);
     const size_t bytes = containerBytes(info);

@@ -1,15 +1,22 @@
 // qn::int4set: the set algebra, tests, order and hash on payloads as stored
 // (qnPgInt4Set.h describes the format).
 //
-// Two payloads are walked chunk by chunk in key order. A chunk held by one side
-// only is copied as it is (or dropped, or jumped over by key where the operation
-// cannot keep it: an intersection of a small set with a large one costs the
-// small one's entries times a search); spans of full chunks are cut against
-// each other by key, never chunk by chunk; two containers of one chunk are
-// combined by the cheapest of three paths: sorted places merged (arrays, or an
-// array filtered by runs or a bitmap), run lists (runs with runs, arrays or a
-// full chunk), or 1,024 bitmap words, and the result is written in its
-// canonical container. Every result is canonical.
+// Two range lists (or a range list and the empty set) are combined and tested
+// by one merge pass over their ranges, as range arrays are; the result is
+// written in the layout its sizes call for. Otherwise a range list is first
+// written out in chunks (it has at most about 131,072 ranges, and the chunks
+// of a range cost at most about 20 bytes), and the chunks are walked.
+//
+// Chunked payloads are walked chunk by chunk in key order. A chunk held by one
+// side only is copied as it is (or dropped, or jumped over by key where the
+// operation cannot keep it: an intersection of a small set with a large one
+// costs the small one's entries times a search); spans of full chunks are cut
+// against each other by key, never chunk by chunk; two containers of one chunk
+// are combined by the cheapest of three paths: sorted places merged (arrays,
+// or an array filtered by runs or a bitmap), run lists (runs with runs, arrays
+// or a full chunk), or 1,024 bitmap words, and the result is written in its
+// canonical container, or as a range list when that is smaller. Every result
+// is canonical.
 //
 // Free of server headers on purpose: include it before postgres.h.
 #pragma once
@@ -273,13 +280,168 @@ inline Status openBoth(View& va, const uint8_t* a, size_t sa, View& vb, const ui
     return st == Status::Ok ? vb.open(b, sb) : st;
 }
 
+// Both sides are range lists, or empty: the operation runs on the lists.
+inline bool bothLists(const View& va, const View& vb) { return (va.isList() || va.empty()) && (vb.isList() || vb.empty()); }
+
+// Two range lists (an empty set is one of no ranges) combined by one merge
+// pass, the result written in its canonical layout. The ranges go straight
+// into a range list with room for na + nb of them, sized in both layouts as
+// they come; the room left over goes back when it is more than is used. Lists
+// that are not canonical give Corrupt or some set, reading only their bytes:
+// the merges write at most na + nb ranges whatever the lists hold.
+template <Op op, qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll>
+Status combineLists(const View& va, const View& vb, size_t headerRoom, Encoded& out, Poll& poll) {
+    // Everything in locals, and no address of them passed to a call not inlined:
+    // the stores into the list (bytes, which may alias anything) would make the
+    // compiler reload fields after each.
+    const uint8_t* const pa = va.list;
+    const uint8_t* const pb = vb.list;
+    const uint64_t na = va.ranges, nb = vb.ranges, room = na + nb;
+    auto lower = [](const uint8_t* p, uint64_t i) { return static_cast<int32_t>(load32(p + 8 * i)); };
+    auto upper = [](const uint8_t* p, uint64_t i) { return static_cast<int32_t>(load32(p + 8 * i + 4)); };
+    if (room > (~size_t{0} - headerRoom - kListHeaderSize) / 8) return Status::OutOfMemory;
+    uint8_t* buffer = static_cast<uint8_t*>(A(headerRoom + kListHeaderSize + 8 * room));
+    if (!buffer) return Status::OutOfMemory;
+    uint8_t* const list = buffer + headerRoom + kListHeaderSize;
+    Ticker<Poll> tick{poll};
+    uint64_t m = 0, i = 0, j = 0;
+    // The next range of the result: written, counted, and sized in chunks from below.
+    ChunkedFloor floor;
+    uint64_t card = 0;
+    auto emit = [list, &m, &floor, &card](int64_t lo, int64_t hi) {
+        store32(list + 8 * m, static_cast<uint32_t>(lo));
+        store32(list + 8 * m + 4, static_cast<uint32_t>(hi));
+        ++m;
+        floor.add(toUnsigned(static_cast<int32_t>(lo)), toUnsigned(static_cast<int32_t>(hi)));
+        card += static_cast<uint64_t>(hi - lo + 1);
+    };
+    if (op == Op::Or) {
+        // The next range is the one of lower start; it extends the range being
+        // grown, [cl, ch], or starts a new one. (Taking it without a branch
+        // measured slower: the loads then wait on the comparison before.)
+        bool open = false;
+        int32_t cl = 0, ch = 0;
+        auto push = [&](const uint8_t* next) {
+            const int32_t lo = static_cast<int32_t>(load32(next)), hi = static_cast<int32_t>(load32(next + 4));
+            if (open && int64_t{lo} <= int64_t{ch} + 1) {
+                if (hi > ch) ch = hi;
+                return;
+            }
+            if (open) emit(cl, ch);
+            open = true;
+            cl = lo;
+            ch = hi;
+        };
+        for (; i < na && j < nb; tick()) {
+            if (lower(pa, i) <= lower(pb, j))
+                push(pa + 8 * i++);
+            else
+                push(pb + 8 * j++);
+        }
+        const uint8_t* const rest = i < na ? pa : pb;
+        for (uint64_t k = i < na ? i : j, n = i < na ? na : nb; k < n; ++k, tick()) push(rest + 8 * k);
+        if (open) emit(cl, ch);
+    } else if (op == Op::And) {
+        // The overlap of the two ranges, when not empty; the one ending first moves on.
+        for (; i < na && j < nb; tick()) {
+            const int32_t al = lower(pa, i), ah = upper(pa, i), bl = lower(pb, j), bh = upper(pb, j);
+            const int32_t lo = al > bl ? al : bl, hi = ah < bh ? ah : bh;
+            if (lo <= hi) emit(lo, hi);
+            if (ah < bh)
+                ++i;
+            else
+                ++j;
+        }
+    } else {
+        // Each range of a cut by the ranges of b that reach into it; a range of
+        // b reaching past it is kept for the next.
+        for (; i < na; ++i, tick()) {
+            int64_t cur = lower(pa, i);
+            const int64_t hi = upper(pa, i);
+            while (j < nb && upper(pb, j) < cur) ++j, tick();
+            for (; j < nb && lower(pb, j) <= hi; ++j, tick()) {
+                const int64_t bl = lower(pb, j), bh = upper(pb, j);
+                if (bl > cur) emit(cur, bl - 1);
+                if (bh >= hi) {
+                    cur = hi + 1;
+                    break;
+                }
+                if (bh >= cur) cur = bh + 1;
+            }
+            if (cur <= hi) emit(cur, hi);
+        }
+    }
+    const size_t size = kListHeaderSize + 8 * m;
+    const auto written = [list](uint64_t k) {
+        return Range32{static_cast<int32_t>(load32(list + 8 * k)), static_cast<int32_t>(load32(list + 8 * k + 4))};
+    };
+    if (!listSmaller(m, floor.bytes(), written, poll)) {
+        const Status st = encodeChunks<A, F>(m, written, headerRoom, out, poll);
+        F(buffer);
+        return st == Status::NotNormalised ? Status::Corrupt : st;
+    }
+    uint8_t* p = buffer + headerRoom;
+    p[0] = kFormatRanges;
+    store64(p + 1, card);
+    if (2 * m < room) {  // more room left than used
+        uint8_t* exact = static_cast<uint8_t*>(A(headerRoom + size));
+        if (!exact) {
+            F(buffer);
+            return Status::OutOfMemory;
+        }
+        std::memcpy(exact + headerRoom, p, size);
+        F(buffer);
+        buffer = exact;
+        p = exact + headerRoom;
+    }
+    out = Encoded{buffer, p, size};
+    return Status::Ok;
+}
+
+// A payload's view in the chunked layout, for the operations that walk chunks:
+// a range list is written out in chunks first, into a buffer of its own.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+struct AsChunks {
+    Encoded chunks;
+    AsChunks() = default;
+    AsChunks(const AsChunks&) = delete;
+    AsChunks& operator=(const AsChunks&) = delete;
+    ~AsChunks() {
+        if (chunks.buffer) F(chunks.buffer);
+    }
+    template <typename Poll>
+    Status convert(View& v, Poll& poll) {
+        if (!v.isList()) return Status::Ok;
+        const View list = v;
+        const Status st = encodeChunks<A, F>(
+            list.ranges, [&list](uint64_t i) { return Range32{list.lower(i), list.upper(i)}; }, 0, chunks, poll);
+        if (st != Status::Ok) return st == Status::NotNormalised ? Status::Corrupt : st;
+        return v.open(chunks.payload, chunks.size);
+    }
+};
+
+// Opens both payloads; unless both are range lists, a range list is seen in
+// chunks (through ca or cb). lists tells which.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll>
+Status openForWalk(View& va, const uint8_t* a, size_t sa, View& vb, const uint8_t* b, size_t sb, AsChunks<A, F>& ca,
+                   AsChunks<A, F>& cb, bool& lists, Poll& poll) {
+    Status st = openBoth(va, a, sa, vb, b, sb);
+    lists = st == Status::Ok && bothLists(va, vb);
+    if (st != Status::Ok || lists) return st;
+    st = ca.convert(va, poll);
+    return st == Status::Ok ? cb.convert(vb, poll) : st;
+}
+
 template <Op op, qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll>
 Status combine(const uint8_t* a, size_t sa, const uint8_t* b, size_t sb, size_t headerRoom, Encoded& out,
                Poll& poll) {
     out = Encoded{};
     View va, vb;
-    const Status st = openBoth(va, a, sa, vb, b, sb);
+    AsChunks<A, F> ca, cb;
+    bool lists = false;
+    const Status st = openForWalk(va, a, sa, vb, b, sb, ca, cb, lists, poll);
     if (st != Status::Ok) return st;
+    if (lists) return combineLists<op, A, F>(va, vb, headerRoom, out, poll);
     Writer<A, F> w;
     ScratchHolder<A, F> scratch;
     Walker x(va), y(vb);
@@ -330,7 +492,7 @@ Status combine(const uint8_t* a, size_t sa, const uint8_t* b, size_t sb, size_t 
     while (op != Op::And && !x.end()) tick(copyBefore(w, va, x, kChunkValues));
     while (op == Op::Or && !y.end()) tick(copyBefore(w, vb, y, kChunkValues));
     if (x.corrupt() || y.corrupt()) return Status::Corrupt;
-    return w.finish(headerRoom, out);
+    return w.finish(headerRoom, out, poll);
 }
 
 }  // namespace detail
@@ -424,7 +586,12 @@ inline Status containsValue(const uint8_t* data, size_t size, int32_t v, bool& o
     out = false;
     View view;
     const Status st = view.open(data, size);
-    if (st != Status::Ok || view.n == 0) return st;
+    if (st != Status::Ok || view.empty()) return st;
+    if (view.isList()) {
+        const uint64_t i = view.rangeReaching(v);
+        out = i < view.ranges && view.lower(i) <= v;
+        return Status::Ok;
+    }
     const uint32_t u = toUnsigned(v), key = u >> 16;
     const uint32_t i = view.lowerBound(key);
     if (i == view.n) return Status::Ok;
@@ -452,6 +619,11 @@ inline Status containsRange(const uint8_t* data, size_t size, int32_t lo, int32_
     View view;
     const Status st = view.open(data, size);
     if (st != Status::Ok || lo > hi) return st;
+    if (view.isList()) {  // ranges are maximal: one holds them all, or none
+        const uint64_t i = view.rangeReaching(lo);
+        out = i < view.ranges && view.lower(i) <= lo && view.upper(i) >= hi;
+        return Status::Ok;
+    }
     const uint32_t ulo = toUnsigned(lo), uhi = toUnsigned(hi), kl = ulo >> 16, kh = uhi >> 16;
     Walker x(view);
     x.seek(kl);
@@ -483,10 +655,25 @@ template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Poll = NoPoll>
 Status overlaps(const uint8_t* a, size_t sa, const uint8_t* b, size_t sb, bool& out, Poll poll = {}) {
     out = false;
     View va, vb;
-    const Status st = detail::openBoth(va, a, sa, vb, b, sb);
+    detail::AsChunks<A, F> ca, cb;
+    bool lists = false;
+    const Status st = detail::openForWalk(va, a, sa, vb, b, sb, ca, cb, lists, poll);
     if (st != Status::Ok) return st;
-    detail::ScratchHolder<A, F> scratch;
     detail::Ticker<Poll> tick{poll};
+    if (lists) {  // a range of one ending before the other's ends out of the race
+        for (uint64_t i = 0, j = 0; i < va.ranges && j < vb.ranges; tick()) {
+            if (va.upper(i) < vb.lower(j)) {
+                ++i;
+            } else if (vb.upper(j) < va.lower(i)) {
+                ++j;
+            } else {
+                out = true;
+                break;
+            }
+        }
+        return Status::Ok;
+    }
+    detail::ScratchHolder<A, F> scratch;
     Walker x(va), y(vb);
     while (!x.end() && !y.end()) {
         const Item& p = x.item();
@@ -523,8 +710,22 @@ Status containsSet(const uint8_t* a, size_t sa, const uint8_t* b, size_t sb, boo
     const Status st = detail::openBoth(va, a, sa, vb, b, sb);
     if (st != Status::Ok) return st;
     if (vb.card > va.card) return Status::Ok;
-    detail::ScratchHolder<A, F> scratch;
     detail::Ticker<Poll> tick{poll};
+    if (detail::bothLists(va, vb)) {  // ranges are maximal: each of b's lies in one of a's
+        uint64_t i = 0;
+        for (uint64_t j = 0; j < vb.ranges; ++j, tick()) {
+            const int32_t lo = vb.lower(j);
+            while (i < va.ranges && va.upper(i) < lo) ++i, tick();
+            if (i == va.ranges || va.lower(i) > lo || va.upper(i) < vb.upper(j)) return Status::Ok;
+        }
+        out = true;
+        return Status::Ok;
+    }
+    detail::AsChunks<A, F> ca, cb;
+    Status converted = ca.convert(va, poll);
+    if (converted == Status::Ok) converted = cb.convert(vb, poll);
+    if (converted != Status::Ok) return converted;
+    detail::ScratchHolder<A, F> scratch;
     Walker x(va), y(vb);
     bool held = true;
     for (; held && !y.end(); y.next()) {

@@ -1,12 +1,14 @@
 // int4set payloads, by a selector byte:
-// 0 any bytes, 1 a valid payload with bytes changed, cut or added: the validator
-//   and every reader stay inside the bytes; what the validator accepts decodes,
-//   encodes again to the same bytes, has its stored cardinality, and combines
-//   into payloads it accepts;
+// 0 any bytes, 1 a valid payload with bytes changed, cut or added, 4 a range
+//   list of any ranges with a right or wrong cardinality: the validator and
+//   every reader stay inside the bytes; the validator accepts exactly the
+//   payloads that decode to a set whose encoding they are; what it accepts has
+//   its stored cardinality and combines into payloads it accepts;
 // 2 two sets of runs, lone members, dense stretches (bitmaps) and spans of
-//   whole chunks, near either end of the line or anywhere: every operation,
-//   test, the order and the text against the interval model, and every result
-//   the one payload of its set;
+//   whole chunks, near either end of the line or anywhere, in either layout:
+//   every operation, test, the order and the text against the interval model,
+//   every result the one payload of its set, and each set in the layout its
+//   sizes call for;
 // 3 text: any bytes, and texts written from a known set, with a foreign byte
 //   put in at a known position.
 #include <string>
@@ -35,6 +37,13 @@ Payload encode(const Intervals& m) {
     Encoded e;
     FZ_CHECK((encodeRanges<malloc, free>(exact.begin(), exact.end(), 0, e)) == Status::Ok);
     return own(e);
+}
+
+// Sorted, apart, none inverted: a model a payload may encode.
+bool isCanonical(const Intervals& m) {
+    for (size_t i = 0; i < m.size(); ++i)
+        if (m[i].first > m[i].second || (i > 0 && m[i].first <= m[i - 1].second + 1)) return false;
+    return true;
 }
 
 // Decoded as intervals; nullopt-like flag when unreadable.
@@ -149,6 +158,45 @@ void readAll(const Bytes& b, const Bytes& other, Reader& in) {
     }
 }
 
+// The validator against the model: a payload is valid exactly when it decodes
+// to a set whose encoding it is. Then it has its stored cardinality and
+// combines into payloads the validator accepts.
+void checkValid(const Payload& p, const Bytes& b, const Bytes& other, Reader& in) {
+    const Status st = validate(b.get(), b.count);
+    readAll(b, other, in);
+    Intervals m;
+    const bool readable = decode(b, m);
+    FZ_CHECK((st == Status::Ok) == (readable && isCanonical(m) && encode(m) == p));
+    if (st != Status::Ok) return;
+    uint64_t card = 0, counted = 0;
+    cardinality(b.get(), b.count, card);
+    for (const Interval& i : m) counted += static_cast<uint64_t>(i.second - i.first + 1);
+    FZ_CHECK(card == counted);
+    Encoded e;
+    FZ_CHECK((unite<malloc, free>(b.get(), b.count, other.get(), other.count, 0, e)) == Status::Ok);
+    const Payload u = own(e);
+    FZ_CHECK(validate(u.data(), u.size()) == Status::Ok);
+}
+
+// A range list of ranges in any order, overlapping or inverted, or
+// normalised; its cardinality right or a little off; sometimes cut short.
+void listBytes(Reader& in) {
+    bool normalised = false;
+    const std::vector<R> list = someList(in, 64, normalised);
+    Payload p(kListHeaderSize + 8 * list.size());
+    p[0] = kFormatRanges;
+    uint64_t card = 0;
+    for (size_t i = 0; i < list.size(); ++i) {
+        card += static_cast<uint64_t>(int64_t{list[i].upper} - list[i].lower + 1);
+        detail::store32(&p[kListHeaderSize + 8 * i], static_cast<uint32_t>(list[i].lower));
+        detail::store32(&p[kListHeaderSize + 8 * i + 4], static_cast<uint32_t>(list[i].upper));
+    }
+    const uint8_t how = in.u8();
+    detail::store64(&p[1], how % 4 == 0 ? card + static_cast<int8_t>(in.u8()) : card);
+    if (how % 16 == 1) p.resize(in.u16() % (p.size() + 1));
+    checkValid(p, Bytes(p), Bytes(encode(someSet(in))), in);
+}
+
 void bytes(Reader& in, bool mutate) {
     Payload p;
     if (mutate) {
@@ -167,21 +215,34 @@ void bytes(Reader& in, bool mutate) {
     } else {
         p = in.bytes(in.u16() % 2048);
     }
-    const Bytes b(p), other(encode(someSet(in)));
-    const Status st = validate(b.get(), b.count);
-    readAll(b, other, in);
-    if (st != Status::Ok) return;
-    Intervals m;
-    FZ_CHECK(decode(b, m));
-    FZ_CHECK(encode(m) == p);
-    uint64_t card = 0, counted = 0;
-    cardinality(b.get(), b.count, card);
-    for (const Interval& i : m) counted += static_cast<uint64_t>(i.second - i.first + 1);
-    FZ_CHECK(card == counted);
+    checkValid(p, Bytes(p), Bytes(encode(someSet(in))), in);
+}
+
+// The payload p of set m is in the range list exactly when that is smaller
+// than the chunked layout, whose size ChunkedSize gives and ChunkedFloor does
+// not exceed.
+void checkLayout(const Intervals& m, const Payload& p) {
+    std::vector<R> list;
+    detail::ChunkedSize exact;
+    detail::ChunkedFloor floor;
+    for (const Interval& i : m) {
+        list.push_back(R{static_cast<int32_t>(i.first), static_cast<int32_t>(i.second)});
+        exact.add(toUnsigned(list.back().lower), toUnsigned(list.back().upper));
+        floor.add(toUnsigned(list.back().lower), toUnsigned(list.back().upper));
+    }
     Encoded e;
-    FZ_CHECK((unite<malloc, free>(b.get(), b.count, other.get(), other.count, 0, e)) == Status::Ok);
-    const Payload u = own(e);
-    FZ_CHECK(validate(u.data(), u.size()) == Status::Ok);
+    NoPoll none;
+    FZ_CHECK((detail::encodeChunks<malloc, free>(list.size(), [&](uint64_t i) { return list[i]; }, 0, e, none)) ==
+             Status::Ok);
+    const Payload chunks = own(e);
+    FZ_CHECK(exact.bytes() == chunks.size() && floor.bytes() <= chunks.size());
+    const bool ranges = !m.empty() && kListHeaderSize + 8 * m.size() < chunks.size();
+    if (ranges) {
+        FZ_CHECK(p[0] == kFormatRanges && p.size() == kListHeaderSize + 8 * m.size());
+        FZ_CHECK(validate(chunks.data(), chunks.size()) == Status::NotCanonical);
+    } else {
+        FZ_CHECK(p == chunks);
+    }
 }
 
 void differential(Reader& in) {
@@ -191,6 +252,7 @@ void differential(Reader& in) {
     Intervals got;
     for (const Bytes* p : {&a, &b}) FZ_CHECK(validate(p->get(), p->count) == Status::Ok);
     FZ_CHECK(decode(a, got) && got == ma);
+    checkLayout(ma, pa);
 
     const SetOp ops[3] = {SetOp::Union, SetOp::Intersection, SetOp::Exclusion};
     Intervals results[3];
@@ -202,6 +264,7 @@ void differential(Reader& in) {
         const Payload r = own(e);
         FZ_CHECK(validate(r.data(), r.size()) == Status::Ok);
         FZ_CHECK(r == encode(results[k]));
+        checkLayout(results[k], r);
     }
     bool x = false;
     FZ_CHECK((overlaps<malloc, free>(a.get(), a.count, b.get(), b.count, x)) == Status::Ok);
@@ -312,11 +375,12 @@ void text(Reader& in) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Reader in(data, size);
-    switch (in.u8() & 3) {
+    switch (in.u8() % 5) {
         case 0: bytes(in, false); break;
         case 1: bytes(in, true); break;
         case 2: differential(in); break;
-        default: text(in); break;
+        case 3: text(in); break;
+        default: listBytes(in); break;
     }
     return 0;
 }

@@ -1,13 +1,15 @@
 // int4set payloads against a model of canonical int64 intervals: the line's
-// ends, each container kind and the moves between them, canonical form (one
-// set, one payload, and the validator refusing every other), order, text and
-// allocation failures. The algebra on random sets of every shape is fuzz_int4set's.
+// ends, each container kind and the moves between them, the choice of layout,
+// canonical form (one set, one payload, and the validator refusing every
+// other), order, text and allocation failures. The algebra on random sets of
+// every shape is fuzz_int4set's.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -20,6 +22,8 @@ using namespace qn::int4set;
 using Interval = std::pair<int64_t, int64_t>;
 using Model = std::vector<Interval>;  // sorted, disjoint, not adjacent
 using Bytes = std::vector<uint8_t>;
+
+const int64_t kMin = INT32_MIN, kMax = INT32_MAX;
 
 Model canonical(Model v) {
     std::sort(v.begin(), v.end());
@@ -82,13 +86,25 @@ Bytes op(int which, const Bytes& a, const Bytes& b) {
     return own(e);
 }
 
-// The kinds of the directory entries, one letter each: a(rray) r(uns) b(itmap) F(ull) f(ill).
+// The kinds of the directory entries, one letter each: a(rray) r(uns) b(itmap)
+// F(ull) f(ill); "L" for a range list.
 std::string kinds(const Bytes& b) {
     View v;
     EXPECT_EQ(v.open(b.data(), b.size()), Status::Ok);
+    if (v.isList()) return "L";
     std::string s;
     for (uint32_t i = 0; i < v.n; ++i) s += "arbFf"[v.info(i) >> 12];
     return s;
+}
+
+// m in the chunked layout, whether or not the range list is smaller.
+Bytes chunks(const Model& m) {
+    std::vector<Range32> r;
+    for (const Interval& i : m) r.push_back(Range32{static_cast<int32_t>(i.first), static_cast<int32_t>(i.second)});
+    Encoded e;
+    NoPoll none;
+    EXPECT_EQ((detail::encodeChunks<malloc, free>(r.size(), [&](uint64_t i) { return r[i]; }, 0, e, none)), Status::Ok);
+    return own(e);
 }
 
 // The payload of m: valid, decodes to m, its cardinality, least and greatest
@@ -106,18 +122,24 @@ void expectSame(const Bytes& b, const Model& m) {
     EXPECT_EQ(found, !m.empty());
     maxMember(b.data(), b.size(), found, hi);
     EXPECT_TRUE(!found || Interval(lo, hi) == Interval(m.front().first, m.back().second));
-    for (const Interval& i : m)
+    for (const Interval& i : m) {
         for (int64_t v : {i.first - 1, i.first, (i.first + i.second) / 2, i.second, i.second + 1})
             if (v >= INT32_MIN && v <= INT32_MAX) {
                 EXPECT_EQ(containsValue(b.data(), b.size(), static_cast<int32_t>(v), in), Status::Ok);
                 EXPECT_EQ(in, has(m, v)) << v;
             }
+        const auto range = [&](int64_t lo, int64_t hi) {
+            EXPECT_EQ(containsRange(b.data(), b.size(), static_cast<int32_t>(lo), static_cast<int32_t>(hi), in), Status::Ok);
+            return in;
+        };
+        EXPECT_TRUE(range(i.first, i.second));
+        EXPECT_TRUE(i.first == kMin || !range(i.first - 1, i.second));
+        EXPECT_TRUE(i.second == kMax || !range(i.first, i.second + 1));
+    }
     Bytes again;
     ASSERT_EQ(parse(text(b), again).error, TextError::None);
     EXPECT_EQ(again, b);
 }
-
-const int64_t kMin = INT32_MIN, kMax = INT32_MAX;
 
 TEST(Int4Set, LineEnds) {
     const Model whole{{kMin, kMax}};
@@ -125,11 +147,12 @@ TEST(Int4Set, LineEnds) {
                            Model{{kMin, kMin + 65535}}, Model{{kMax - 65535, kMax}}, Model{{kMin + 1, kMax - 1}},
                            Model{{-1, 0}}, Model{{kMin, -65537}, {-65535, kMax}}})
         expectSame(encode(m), m);
-    EXPECT_EQ(encode(Model{}), Bytes{kVersion});
+    EXPECT_EQ(encode(Model{}), Bytes{kFormatChunks});
     const Bytes all = encode(whole);
-    EXPECT_EQ(all.size(), 19u);  // header, a full entry and a fill
+    EXPECT_EQ(all.size(), 17u);  // a range list of one range (19 bytes in chunks)
     EXPECT_EQ(text(all), "{-2147483648..2147483647}");
     const Bytes ends = encode({{kMin, kMin}, {kMax, kMax}});
+    EXPECT_EQ(kinds(ends), "aa");
     EXPECT_EQ(op(2, all, ends), encode({{kMin + 1, kMax - 1}}));
     EXPECT_EQ(op(0, op(2, all, ends), ends), all);
     bool in = false;
@@ -178,29 +201,112 @@ TEST(Int4Set, ContainerKindsAtTheirBounds) {
         {places({{-65537, -65537}, {0, 65535}}), "aF"},  // a gap between
     };
     for (const auto& [m, expected] : cases) {
-        EXPECT_EQ(kinds(encode(m)), expected) << text(encode(m));
+        EXPECT_EQ(kinds(chunks(m)), expected) << text(encode(m));
         expectSame(encode(m), m);
     }
 }
 
 TEST(Int4Set, ChunksMoveBetweenKinds) {
-    const Bytes evens = encode(lone(0, 3000, 2)), odds = encode(lone(1, 3000, 2));
+    // 100 lone members far off keep every set here in chunks (the last entry, "a").
+    const Model anchor = lone(1 << 24, 100, 2);
+    auto with = [&](Model m) {
+        m.insert(m.end(), anchor.begin(), anchor.end());
+        return canonical(m);
+    };
+    const Bytes evens = encode(with(lone(0, 3000, 2))), odds = encode(with(lone(1, 3000, 2)));
     const Bytes both = op(0, evens, odds);  // two arrays make one run
-    EXPECT_EQ(kinds(both), "r");
-    EXPECT_EQ(decode(both), Model({{0, 5999}}));
-    const Bytes sparse = encode(lone(0, 3000, 3)), dense = op(0, sparse, evens);  // 5,000 places: a bitmap
-    EXPECT_EQ(kinds(dense), "b");
-    EXPECT_EQ(kinds(op(2, dense, encode({{100, 65535}}))), "a");  // back to an array
+    EXPECT_EQ(kinds(both), "ra");
+    EXPECT_EQ(both, encode(with({{0, 5999}})));
+    const Bytes sparse = encode(with(lone(0, 3000, 3))), dense = op(0, sparse, evens);  // 5,000 places: a bitmap
+    EXPECT_EQ(kinds(dense), "ba");
+    EXPECT_EQ(kinds(op(2, dense, encode({{100, 65535}}))), "aa");  // back to an array
     // A bitmap and its complement fill the chunk, which joins the full chunk after it.
-    const Bytes rest = op(2, encode({{0, 65536 * 2 - 1}}), dense);
+    const Bytes rest = op(2, encode(with({{0, 65536 * 2 - 1}})), dense);
     EXPECT_EQ(kinds(rest), "bf");
     const Bytes full = op(0, rest, dense);
-    EXPECT_EQ(kinds(full), "Ff");
-    EXPECT_EQ(full, encode({{0, 65536 * 2 - 1}}));
+    EXPECT_EQ(kinds(full), "Ffa");
+    EXPECT_EQ(full, encode(with({{0, 65536 * 2 - 1}})));
     // Cutting a place out of a full span leaves runs on one side of the fill.
-    const Bytes cut = op(2, encode({{0, 65536 * 4 - 1}}), encode({{65536 + 7, 65536 + 7}}));
-    EXPECT_EQ(kinds(cut), "Frf");
-    expectSame(cut, {{0, 65536 + 6}, {65536 + 8, 65536 * 4 - 1}});
+    const Bytes cut = op(2, encode(with({{0, 65536 * 4 - 1}})), encode({{65536 + 7, 65536 + 7}}));
+    EXPECT_EQ(kinds(cut), "Frfa");
+    expectSame(cut, with({{0, 65536 + 6}, {65536 + 8, 65536 * 4 - 1}}));
+    // Without the anchor the run is smaller as a range list.
+    EXPECT_EQ(op(0, encode(lone(0, 3000, 2)), encode(lone(1, 3000, 2))), encode({{0, 5999}}));
+}
+
+// The range list when it is smaller than the chunks, by bytes; ties go to the
+// chunks. Every writer makes the same choice.
+TEST(Int4Set, RangeListWhenSmaller) {
+    const int64_t x = 0, y = 65536 * 5;
+    auto pairsAndSingles = [](int pairs, int singles) {  // one to a chunk
+        Model m = spaced(0, singles, 1, 65536), p = spaced(65536 * singles, pairs, 2, 65536);
+        m.insert(m.end(), p.begin(), p.end());
+        return m;
+    };
+    const std::pair<Model, const char*> cases[] = {
+        {{{x, x}}, "a"},                           // 17 bytes either way
+        {{{x, x + 1}}, "L"},                       // 17 against 19
+        {{{x, x}, {y, y + 1}}, "aa"},              // 25 either way
+        {{{x, x + 1}, {y, y + 2}}, "L"},           // 25 against 27
+        {{{x, x + 2}, {x + 4, x + 6}}, "r"},       // 25 against 23: two runs share a chunk
+        {{{x, x + 65535}}, "F"},                   // 17 against 15
+        {{{x, x + 65536 * 2 - 1}}, "L"},           // 17 against 19
+        {{{kMin, kMax}}, "L"},                     // 17 against 19
+        {pairsAndSingles(14, 2), "aaaaaaaaaaaaaaaa"},  // 137 against 135
+        {pairsAndSingles(15, 2), "L"},             // 145 against 147: a 17th entry brings a checkpoint
+    };
+    for (const auto& [m, expected] : cases) {
+        const Bytes b = encode(m);
+        EXPECT_EQ(kinds(b), expected) << text(b);
+        expectSame(b, m);
+        std::vector<int32_t> members;
+        for (const Interval& i : m)
+            for (int64_t v = i.first; v <= i.second && members.size() < 300000; ++v) members.push_back(static_cast<int32_t>(v));
+        Encoded e;
+        if (members.size() < 300000) {
+            ASSERT_EQ((buildFromMembers<malloc, free>(members.data(), members.size(), 0, e)), Status::Ok);
+            EXPECT_EQ(own(e), b);
+        }
+        const Model two{{x - 5, x - 5}, {x - 3, x - 3}};  // in chunks
+        Model u = m;
+        u.insert(u.end(), two.begin(), two.end());
+        EXPECT_EQ(op(0, b, encode({})), b);
+        EXPECT_EQ(op(0, b, encode(two)), encode(canonical(u)));
+    }
+    // Two range lists whose intersection is lone members, smaller in chunks.
+    const Bytes a = encode(spaced(0, 20, 2, 65536)), b = encode(spaced(1, 20, 2, 65536));
+    EXPECT_EQ(kinds(a) + kinds(b), "LL");
+    EXPECT_EQ(op(1, a, b), encode(lone(1, 20, 65536)));
+    EXPECT_EQ(kinds(op(1, a, b)), std::string(20, 'a'));
+}
+
+// A range list and chunks meet at both ends of the line.
+TEST(Int4Set, MixedLayoutsAtLineEnds) {
+    const Model ranges{{kMin, kMin + 70000}, {kMax - 70000, kMax}};
+    const Model inside{{kMin, kMin}, {kMin + 2, kMin + 2}, {kMax - 2, kMax - 2}, {kMax, kMax}};
+    const Model beside{{kMin + 70001, kMin + 70001}, {kMin + 70003, kMin + 70003}, {kMax - 70001, kMax - 70001}};
+    const Bytes l = encode(ranges), c = encode(inside), d = encode(beside);
+    ASSERT_EQ(kinds(l) + kinds(c) + kinds(d), "Laaaa");
+    expectSame(op(0, l, c), ranges);
+    expectSame(op(1, c, l), inside);
+    expectSame(op(2, l, c), {{kMin + 1, kMin + 1}, {kMin + 3, kMin + 70000}, {kMax - 70000, kMax - 3}, {kMax - 1, kMax - 1}});
+    expectSame(op(2, c, l), {});
+    expectSame(op(0, d, l), {{kMin, kMin + 70001}, {kMin + 70003, kMin + 70003}, {kMax - 70001, kMax}});
+    expectSame(op(1, l, d), {});
+    bool x = false;
+    using Case = std::tuple<const Bytes*, const Bytes*, bool, bool>;  // overlap, contains
+    for (const auto& [p, q, overlap, contains] :
+         {Case{&l, &c, true, true}, Case{&c, &l, true, false}, Case{&l, &d, false, false}, Case{&d, &l, false, false}}) {
+        EXPECT_EQ((overlaps<malloc, free>(p->data(), p->size(), q->data(), q->size(), x)), Status::Ok);
+        EXPECT_EQ(x, overlap);
+        EXPECT_EQ((containsSet<malloc, free>(p->data(), p->size(), q->data(), q->size(), x)), Status::Ok);
+        EXPECT_EQ(x, contains);
+    }
+    int order = 0;
+    EXPECT_EQ(compare(l.data(), l.size(), c.data(), c.size(), order), Status::Ok);
+    EXPECT_EQ(order, -1);  // kMin + 1 comes before kMin + 2
+    EXPECT_EQ(compare(d.data(), d.size(), l.data(), l.size(), order), Status::Ok);
+    EXPECT_EQ(order, 1);
 }
 
 TEST(Int4Set, OneSetOnePayload) {
@@ -237,20 +343,45 @@ TEST(Int4Set, OneSetOnePayload) {
 TEST(Int4Set, ValidatorRefusesAllButTheCanonicalForm) {
     auto payload = [](uint64_t card, std::vector<std::pair<uint16_t, uint16_t>> dir, Bytes data) {
         Bytes p(kHeaderSize);
-        p[0] = kVersion;
+        p[0] = kFormatChunks;
         detail::store64(&p[1], card);
         detail::store16(&p[9], static_cast<uint16_t>(dir.size() - 1));
         for (auto [key, info] : dir) p.insert(p.end(), {uint8_t(key), uint8_t(key >> 8), uint8_t(info), uint8_t(info >> 8)});
         p.insert(p.end(), data.begin(), data.end());
         return p;
     };
+    auto list = [](uint64_t card, std::vector<std::pair<int32_t, int32_t>> ranges) {
+        Bytes p(kListHeaderSize);
+        p[0] = kFormatRanges;
+        detail::store64(&p[1], card);
+        for (auto [lo, hi] : ranges)
+            for (int32_t v : {lo, hi}) p.insert(p.end(), {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)});
+        return p;
+    };
     const uint16_t full = 3 << 12, fill = 4 << 12, run1 = 1 << 12;
     const Bytes oneRun{0, 0, 9, 0};  // places 0..9
-    const Bytes valid = payload(10, {{5, run1}}, oneRun);
+    const Bytes valid = payload(20, {{5, run1 | 1}}, {0, 0, 9, 0, 20, 0, 29, 0});
     EXPECT_EQ(validate(valid.data(), valid.size()), Status::Ok);
+    for (const Bytes& p : {list(2, {{0, 1}}), list(uint64_t{1} << 32, {{INT32_MIN, INT32_MAX}})})
+        EXPECT_EQ(validate(p.data(), p.size()), Status::Ok);
+    Bytes longer = list(2, {{0, 1}}), shorter = longer;
+    longer.push_back(0);
+    shorter.pop_back();
     const std::pair<Bytes, Status> cases[] = {
         {Bytes{}, Status::Truncated},
-        {Bytes{2}, Status::BadVersion},
+        {Bytes{3}, Status::BadVersion},
+        {Bytes{2}, Status::Truncated},
+        {list(0, {}), Status::Truncated},
+        {shorter, Status::Truncated},
+        {longer, Status::BadLength},
+        {list(3, {{0, 1}}), Status::BadCardinality},
+        {list(0, {{1, 0}}), Status::BadContainer},                  // inverted
+        {list(4, {{0, 1}, {2, 3}}), Status::BadContainer},          // touching
+        {list(4, {{0, 1}, {1, 2}}), Status::BadContainer},          // overlapping
+        {list(4, {{5, 6}, {0, 1}}), Status::BadContainer},          // descending
+        {list(1, {{5, 5}}), Status::NotCanonical},                  // 17 bytes in chunks too
+        {list(2, {{5, 5}, {7, 7}}), Status::NotCanonical},          // 19 in chunks
+        {payload(10, {{5, run1}}, oneRun), Status::NotCanonical},   // 17 as a range list
         {payload(10, {{5, run1}}, Bytes{0, 0, 9}), Status::BadLength},
         {payload(10, {{5, run1}}, Bytes{0, 0, 9, 0, 0}), Status::BadLength},
         {payload(11, {{5, run1}}, oneRun), Status::BadCardinality},
