@@ -129,7 +129,6 @@ struct NoPoll {
 // layout gets a new value.
 constexpr uint8_t kFormatChunks = 1;  // the chunked layout, and the empty set
 constexpr uint8_t kFormatRanges = 2;  // the range list
-constexpr uint8_t kVersion = kFormatChunks;  // the empty set's one byte
 constexpr size_t kHeaderSize = 11;       // of the chunked layout
 constexpr size_t kListHeaderSize = 9;    // of the range list
 constexpr uint32_t kGroup = 16;           // entries per checkpoint
@@ -1499,6 +1498,20 @@ inline Status cardinality(const uint8_t* data, size_t size, uint64_t& out) {
     const Status s = v.open(data, size);
     out = v.card;
     return s;
+}
+
+// The cardinality from the first bytes of a payload alone (at least 9 of them,
+// or the whole payload when it is shorter): what a caller reads of a large
+// stored value without fetching the rest. Nothing else is checked.
+constexpr size_t kCardinalityPrefix = 9;
+inline Status prefixCardinality(const uint8_t* prefix, size_t size, uint64_t& out) {
+    out = 0;
+    if (size == 0) return Status::Truncated;
+    if (prefix[0] != kFormatChunks && prefix[0] != kFormatRanges) return Status::BadVersion;
+    if (size == 1) return prefix[0] == kFormatChunks ? Status::Ok : Status::Truncated;
+    if (size < kCardinalityPrefix) return Status::Truncated;
+    out = detail::load64(prefix + 1);
+    return Status::Ok;
 }
 
 inline Status isEmpty(const uint8_t* data, size_t size, bool& out) {

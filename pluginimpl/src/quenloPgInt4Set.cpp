@@ -74,7 +74,7 @@ Datum setResult(const set::Encoded& e, const char* function) {
 Datum emptySetResult() {
     auto* value = static_cast<varlena*>(palloc(VARHDRSZ + 1));
     SET_VARSIZE(value, VARHDRSZ + 1);
-    reinterpret_cast<uint8_t*>(VARDATA(value))[0] = set::kVersion;
+    reinterpret_cast<uint8_t*>(VARDATA(value))[0] = set::kFormatChunks;
     PG_RETURN_POINTER(value);
 }
 
@@ -385,20 +385,27 @@ Datum qn_int4set_hash_extended(PG_FUNCTION_ARGS) {
 
 // ---- functions
 
-// The stored member count: the set is not decoded.
-Datum qn_int4set_cardinality(PG_FUNCTION_ARGS) {
-    const SetBytes s = setArgument(fcinfo, 0);
+namespace {
+
+// The stored member count, read from the value's first bytes: a set stored
+// out of line or compressed is neither fetched nor expanded past them.
+uint64_t cardinalityArgument(FunctionCallInfo fcinfo, const char* function) {
+    auto* raw = reinterpret_cast<varlena*>(PG_GETARG_POINTER(0));
+    if (VARATT_IS_EXTERNAL(raw) || VARATT_IS_COMPRESSED(raw))
+        raw = pg_detoast_datum_slice(raw, 0, static_cast<int32>(set::kCardinalityPrefix));
     uint64_t n = 0;
-    check(set::cardinality(s.data, s.size, n), "int4set_cardinality");
-    PG_RETURN_INT64(static_cast<int64>(n));
+    check(set::prefixCardinality(reinterpret_cast<const uint8_t*>(VARDATA_ANY(raw)), VARSIZE_ANY_EXHDR(raw), n),
+          function);
+    return n;
 }
 
-Datum qn_int4set_is_empty(PG_FUNCTION_ARGS) {
-    const SetBytes s = setArgument(fcinfo, 0);
-    bool empty = false;
-    check(set::isEmpty(s.data, s.size, empty), "int4set_is_empty");
-    PG_RETURN_BOOL(empty);
+}  // namespace
+
+Datum qn_int4set_cardinality(PG_FUNCTION_ARGS) {
+    PG_RETURN_INT64(static_cast<int64>(cardinalityArgument(fcinfo, "int4set_cardinality")));
 }
+
+Datum qn_int4set_is_empty(PG_FUNCTION_ARGS) { PG_RETURN_BOOL(cardinalityArgument(fcinfo, "int4set_is_empty") == 0); }
 
 // The least and greatest member; NULL for the empty set.
 Datum qn_int4set_min(PG_FUNCTION_ARGS) {

@@ -173,6 +173,8 @@ SELECT set_config('int4set.copyfile', :'copyfile', false) IS NOT NULL AS ready;
 SELECT name, pg_temp.receive(p) AS received
 FROM (VALUES ('a set', int4set_send('{-3..-1,5}')), ('the empty set', int4set_send('{}')),
              ('the whole line', int4set_send('{-2147483648..2147483647}')), ('unknown format', '\x09'::bytea),
+             ('a range list', int4set_send('{-2147483648..-2000000000,0..300000000}')),
+             ('a list where chunks are as small', '\x0201000000000000000500000005000000'),
              ('nothing', '\x'), ('no directory', '\x01ff'),
              ('cut short', substring(int4set_send('{1..100000}') FROM 1 FOR 14)),
              ('wrong cardinality', overlay(int4set_send('{1,2,3,5}') PLACING '\x05' FROM 2))) t(name, p);
