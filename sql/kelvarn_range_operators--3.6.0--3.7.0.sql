@@ -348,3 +348,65 @@ BEGIN
     COMMENT ON CAST (@extschema@.int4set AS pg_catalog.int4multirange) IS 'the multirange of the set' $sql$;
 END
 $multirange$;
+
+-- int4set: aggregates
+--
+-- The set of an int4 column, and the union and the intersection of an int4set
+-- column; NULL rows add nothing, and no row gives NULL. Parallel: partial
+-- states travel as the set's own stored form, and a combine merges into its
+-- first state. The final function only reads the state.
+
+CREATE FUNCTION qn_int4set_build_transfn(pg_catalog.internal, pg_catalog.int4) RETURNS pg_catalog.internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+CREATE FUNCTION qn_int4set_union_transfn(pg_catalog.internal, int4set) RETURNS pg_catalog.internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+CREATE FUNCTION qn_int4set_intersect_transfn(pg_catalog.internal, int4set) RETURNS pg_catalog.internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+CREATE FUNCTION qn_int4set_aggregate_finalfn(pg_catalog.internal) RETURNS int4set
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+CREATE FUNCTION qn_int4set_aggregate_combinefn(pg_catalog.internal, pg_catalog.internal) RETURNS pg_catalog.internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE PARALLEL SAFE;
+CREATE FUNCTION qn_int4set_aggregate_serialfn(pg_catalog.internal) RETURNS pg_catalog.bytea
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE FUNCTION qn_int4set_aggregate_deserialfn(pg_catalog.bytea, pg_catalog.internal) RETURNS pg_catalog.internal
+    AS 'MODULE_PATHNAME' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+
+CREATE AGGREGATE int4set_build_agg(pg_catalog.int4) (
+    SFUNC = qn_int4set_build_transfn, STYPE = pg_catalog.internal,
+    FINALFUNC = qn_int4set_aggregate_finalfn, FINALFUNC_MODIFY = READ_ONLY,
+    COMBINEFUNC = qn_int4set_aggregate_combinefn,
+    SERIALFUNC = qn_int4set_aggregate_serialfn, DESERIALFUNC = qn_int4set_aggregate_deserialfn,
+    PARALLEL = SAFE
+);
+CREATE AGGREGATE int4set_union_agg(int4set) (
+    SFUNC = qn_int4set_union_transfn, STYPE = pg_catalog.internal,
+    FINALFUNC = qn_int4set_aggregate_finalfn, FINALFUNC_MODIFY = READ_ONLY,
+    COMBINEFUNC = qn_int4set_aggregate_combinefn,
+    SERIALFUNC = qn_int4set_aggregate_serialfn, DESERIALFUNC = qn_int4set_aggregate_deserialfn,
+    PARALLEL = SAFE
+);
+CREATE AGGREGATE int4set_intersect_agg(int4set) (
+    SFUNC = qn_int4set_intersect_transfn, STYPE = pg_catalog.internal,
+    FINALFUNC = qn_int4set_aggregate_finalfn, FINALFUNC_MODIFY = READ_ONLY,
+    COMBINEFUNC = qn_int4set_aggregate_combinefn,
+    SERIALFUNC = qn_int4set_aggregate_serialfn, DESERIALFUNC = qn_int4set_aggregate_deserialfn,
+    PARALLEL = SAFE
+);
+
+COMMENT ON FUNCTION qn_int4set_build_transfn(pg_catalog.internal, pg_catalog.int4) IS
+    'transition of int4set_build_agg: adds a value';
+COMMENT ON FUNCTION qn_int4set_union_transfn(pg_catalog.internal, int4set) IS
+    'transition of int4set_union_agg: adds a set';
+COMMENT ON FUNCTION qn_int4set_intersect_transfn(pg_catalog.internal, int4set) IS
+    'transition of int4set_intersect_agg: intersects with a set';
+COMMENT ON FUNCTION qn_int4set_aggregate_finalfn(pg_catalog.internal) IS
+    'final function of the int4set aggregates: the set, the state left as it is';
+COMMENT ON FUNCTION qn_int4set_aggregate_combinefn(pg_catalog.internal, pg_catalog.internal) IS
+    'combine function of the int4set aggregates: merges the second state into the first';
+COMMENT ON FUNCTION qn_int4set_aggregate_serialfn(pg_catalog.internal) IS
+    'serialise function of the int4set aggregates: a flags byte and the set''s stored form';
+COMMENT ON FUNCTION qn_int4set_aggregate_deserialfn(pg_catalog.bytea, pg_catalog.internal) IS
+    'deserialise function of the int4set aggregates, every byte checked';
+COMMENT ON AGGREGATE int4set_build_agg(pg_catalog.int4) IS 'the set of the values of a column';
+COMMENT ON AGGREGATE int4set_union_agg(int4set) IS 'the union of the sets of a column';
+COMMENT ON AGGREGATE int4set_intersect_agg(int4set) IS 'the intersection of the sets of a column';

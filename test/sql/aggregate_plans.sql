@@ -40,7 +40,12 @@ INSERT INTO calls VALUES
  (13, 'op_agg unions', 'op', $$int4range_op_agg(1, CASE WHEN id % 11 <> 0 THEN r END)$$,
      $$int4range_op_agg(1, CASE WHEN id % 11 <> 0 THEN r END ORDER BY id DESC) FILTER (WHERE id > 0)$$),
  (14, 'op_agg ordered', 'ordered', $$int4range_op_agg(word, r ORDER BY id)$$,
-     $$int4range_op_agg(word, r ORDER BY id) FILTER (WHERE word > 0)$$);
+     $$int4range_op_agg(word, r ORDER BY id) FILTER (WHERE word > 0)$$),
+ (15, 'int4set build', 'partial', $$int4set_build_agg(v)$$, $$int4set_build_agg(DISTINCT v) FILTER (WHERE id > 0)$$),
+ (16, 'int4set union', 'partial', $$int4set_union_agg(CASE WHEN v IS NOT NULL THEN int4set(ARRAY[lo, hi]) END)$$,
+     $$int4set_union_agg(CASE WHEN v IS NOT NULL THEN int4set(ARRAY[lo, hi]) END ORDER BY id DESC)$$),
+ (17, 'int4set intersect', 'partial', $$int4set_intersect_agg(CASE WHEN v IS NOT NULL THEN int4set(ARRAY[lo % 50, lo % 50 + 4000]) END)$$,
+     $$int4set_intersect_agg(DISTINCT CASE WHEN v IS NOT NULL THEN int4set(ARRAY[lo % 50, lo % 50 + 4000]) END)$$);
 
 -- query(kinds, use_modified, group_by, wrap): the calls of those kinds as one text[] per group, (grp, res).
 CREATE FUNCTION pg_temp.query(kinds text, use_modified bool DEFAULT false, group_by text DEFAULT 'grp', wrap text DEFAULT '%s')
@@ -107,8 +112,8 @@ SELECT * FROM pg_temp.check('parallel, hashed', '{partial}', '{"Partial HashAggr
 -- serial plan's.
 CREATE TABLE many_groups AS SELECT i % 12000 AS g, hashint4(i) % 1000 AS v FROM generate_series(1, 240000) i;
 ANALYZE many_groups;
-\set many 'SELECT g, int4set_agg(v, ''r'') AS a, int4set_agg_optimized(abs(v), 1000, ''m'') AS b, agg_keep_single(g) AS c FROM many_groups GROUP BY g'
-\set many_arrays 'SELECT g, array_agg(v) AS a, array_agg(abs(v)) AS b, array_agg(g) AS c FROM many_groups GROUP BY g'
+\set many 'SELECT g, int4set_agg(v, ''r'') AS a, int4set_agg_optimized(abs(v), 1000, ''m'') AS b, agg_keep_single(g) AS c, int4set_build_agg(v) AS d FROM many_groups GROUP BY g'
+\set many_arrays 'SELECT g, array_agg(v) AS a, array_agg(abs(v)) AS b, array_agg(g) AS c, array_agg(-v) AS d FROM many_groups GROUP BY g'
 SET work_mem = '64kB';
 SELECT pg_temp.plan_has(:'many', 'Finalize HashAggregate') AS finalize_hashed,
        pg_temp.hash_agg_max(:'many', 'HashAgg Batches') > 1 AS spilled,
@@ -137,7 +142,7 @@ DO $$ BEGIN
 END $$;
 INSERT INTO spread SELECT 1, CASE WHEN i % 2 = 0 THEN -2000000000 + i * 7 ELSE 2000000000 - i * 7 END FROM generate_series(1, 64000) i;
 ANALYZE spread;
-\set spread 'SELECT k, int4set_agg(v, ''r''), int4set_agg_optimized(v & 1048575, 1048575, ''r''), agg_keep_single(k) FROM spread GROUP BY k'
+\set spread 'SELECT k, int4set_agg(v, ''r''), int4set_agg_optimized(v & 1048575, 1048575, ''r''), agg_keep_single(k), int4set_build_agg(v) FROM spread GROUP BY k'
 SELECT pg_temp.plan_has(:'spread', 'Partial HashAggregate') AS partition_wise,
        pg_temp.hash_agg_max(:'spread', 'Peak Memory Usage') AS partition_wise_kb,
        (SELECT md5(string_agg(s::text, ',')) FROM (:spread) s) AS partition_wise_answer \gset
@@ -163,10 +168,11 @@ SELECT * FROM pg_temp.check('FILTER, DISTINCT, ORDER BY', '{partial,op,ordered}'
 -- The whole table as one group, and no row at all (every partial state NULL), in parallel.
 RESET enable_hashagg;
 CREATE TEMP VIEW whole AS
-SELECT int4set_agg(v, 'r') AS a, int4set_agg('m', m, 's') AS b, int4set_agg_optimized(lo, hi, 5000, 'r') AS c FROM agg_rows;
+SELECT int4set_agg(v, 'r') AS a, int4set_agg('m', m, 's') AS b, int4set_agg_optimized(lo, hi, 5000, 'r') AS c,
+       int4set_build_agg(v) AS d FROM agg_rows;
 CREATE TEMP VIEW no_rows AS
-SELECT int4set_agg(v, 'r') AS a, int4set_agg_optimized(v, 5000, 'm') AS b, agg_keep_single(label) AS c
-FROM agg_rows WHERE lo + hi < 0;
+SELECT int4set_agg(v, 'r') AS a, int4set_agg_optimized(v, 5000, 'm') AS b, agg_keep_single(label) AS c,
+       int4set_build_agg(v) AS d FROM agg_rows WHERE lo + hi < 0;
 CREATE TEMP TABLE serial AS SELECT (SELECT whole::text FROM whole) AS whole, (SELECT no_rows::text FROM no_rows) AS no_rows;
 SET max_parallel_workers_per_gather = 2;
 SELECT pg_temp.plan_has('SELECT * FROM whole', 'Partial Aggregate') AND pg_temp.plan_has('SELECT * FROM no_rows', 'Partial Aggregate')
@@ -193,7 +199,9 @@ END $$;
 SELECT count(*) AS rows,
        pg_temp.windowed(ARRAY['int4set_agg(v, ''m'')', 'int4set_agg(lo, hi, ''r'')', 'int4set_agg(''r'', r, ''m'')',
                               'int4set_agg_optimized(lo, hi, 5000, ''m'')', 'int4set_agg_optimized(''r'', r, 5000, ''s'')',
-                              'agg_keep_single(label)', 'int4range_op_agg(word, r ORDER BY id)'], '', '1') AS running_equal,
+                              'agg_keep_single(label)', 'int4range_op_agg(word, r ORDER BY id)', 'int4set_build_agg(v)',
+                              'int4set_union_agg(CASE WHEN lo IS NOT NULL THEN int4set(ARRAY[lo, hi]) END)'], '', '1') AS running_equal,
        pg_temp.windowed(ARRAY['int4set_agg(v, ''m'')', 'int4set_agg_optimized(''r'', r, 5000, ''s'')',
-                              'int4range_op_agg(word, r ORDER BY id)'], 'ROWS BETWEEN 3 PRECEDING AND CURRENT ROW', 'frame_rn - 3') AS sliding_equal
+                              'int4range_op_agg(word, r ORDER BY id)', 'int4set_intersect_agg(CASE WHEN lo IS NOT NULL THEN int4set(ARRAY[lo % 50, lo % 50 + 4000]) END)'],
+                        'ROWS BETWEEN 3 PRECEDING AND CURRENT ROW', 'frame_rn - 3') AS sliding_equal
 FROM window_rows;

@@ -144,7 +144,8 @@ SET ROLE regress_attacker;
 SELECT regexp_replace(pg_temp.run(format('SELECT %s(%s) IS NULL', p.oid::regproc, (
            SELECT string_agg(CASE a.t WHEN 'internal'::regtype THEN 'NULL' WHEN 'bytea'::regtype THEN '''\x0103ffffff7f0000008000''::bytea'
                                       WHEN '"char"'::regtype THEN '''r''::"char"' WHEN 'int4[]'::regtype THEN '''{1,2}''::int4[]'
-                                      WHEN 'anyelement'::regtype THEN '1' ELSE format('1::%s', a.t) END, ', ' ORDER BY a.i)
+                                      WHEN 'anyelement'::regtype THEN '1' WHEN 'int4set'::regtype THEN '''{1}''::int4set'
+                                      ELSE format('1::%s', a.t) END, ', ' ORDER BY a.i)
            FROM unnest(p.proargtypes::regtype[]) WITH ORDINALITY a(t, i)))),
                       '^(0A000: cannot accept a value of type internal|42883: function .* does not exist)$',
                       'refused by the server') AS outcome, count(*) AS functions
