@@ -79,6 +79,19 @@ public:
         return s;
     }
 
+    // Frees everything held (the server lets the aggregate context go instead).
+    void release() {
+        if (hasSet_) F(set_.buffer);
+        for (uint32_t i = 0; i < npending_; ++i) F(pending_[i].buffer);
+        if (pending_) F(pending_);
+        if (values_) F(values_);
+        hasSet_ = false;
+        pending_ = nullptr;
+        values_ = nullptr;
+        npending_ = capPending_ = nvalues_ = capValues_ = 0;
+        pendingBytes_ = 0;
+    }
+
     // The set held, in a new buffer from A with headerRoom bytes before the
     // payload; the accumulator does not change (a result may be asked for
     // again, and rows may follow).
