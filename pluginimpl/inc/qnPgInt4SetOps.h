@@ -37,6 +37,11 @@ namespace detail {
 
 enum class Op { Or, And, AndNot };
 
+template <Op op>
+constexpr WordOp wordOp() {
+    return op == Op::Or ? WordOp::Or : op == Op::And ? WordOp::And : WordOp::AndNot;
+}
+
 // A full chunk as a runs container of one run.
 inline constexpr uint8_t kFullRun[4] = {0, 0, 0xff, 0xff};
 
@@ -51,8 +56,9 @@ inline Chunk chunkOf(const Item& it) {
     return Chunk{it.kind, it.bytes, it.count};
 }
 
-// The working space of one operation: two chunks as bitmaps, as run lists, and
-// the result as places, runs or bitmap (in a).
+// The working space of one operation: two chunks as run lists, the bitmaps of
+// chunks that are not bitmaps, and the result as places or runs; a result in
+// words is left to the writer, as the two bitmaps to combine (pa and pb).
 struct Scratch {
     uint64_t a[kBitmapWords];
     uint64_t b[kBitmapWords];
@@ -60,6 +66,8 @@ struct Scratch {
     Run ra[kArrayMax];
     Run rb[kArrayMax];
     Run out[2 * kArrayMax + 2];
+    const uint8_t* pa;
+    const uint8_t* pb;
 };
 
 enum class Form { Values, Runs, Words };
@@ -85,8 +93,10 @@ inline uint32_t toRuns(const Chunk& c, Run* out) {
     return m;
 }
 
-inline void toWords(const Chunk& c, uint64_t* w) {
-    if (c.kind == KindBitmap) return loadWords(c.bytes, w);
+// The chunk as a bitmap in the stored byte order: a bitmap's own bytes, or the
+// chunk's bits built in w.
+inline const uint8_t* asBitmap(const Chunk& c, uint64_t* w) {
+    if (c.kind == KindBitmap) return c.bytes;
     std::memset(w, 0, kBitmapBytes);
     if (c.kind == KindArray) {
         for (uint32_t i = 0; i < c.count; ++i) {
@@ -96,6 +106,9 @@ inline void toWords(const Chunk& c, uint64_t* w) {
     } else {
         for (uint32_t i = 0; i < c.count; ++i) setRun(w, load16(c.bytes + 4 * i), load16(c.bytes + 4 * i + 2));
     }
+    auto* bytes = reinterpret_cast<uint8_t*>(w);
+    for (uint32_t i = 0; i < kBitmapWords; ++i) store64(bytes + 8 * i, w[i]);  // in place: words to stored order
+    return bytes;
 }
 
 inline bool testBit(const uint8_t* bitmap, uint32_t v) { return bitmap[v >> 3] >> (v & 7) & 1; }
@@ -206,10 +219,8 @@ Result combineChunks(const Chunk& a, const Chunk& b, Scratch& s, uint64_t& work)
     }
     if (a.kind == KindBitmap || b.kind == KindBitmap) {
         work += 2 * kBitmapWords;
-        toWords(a, s.a);
-        toWords(b, s.b);
-        for (uint32_t i = 0; i < kBitmapWords; ++i)
-            s.a[i] = op == Op::Or ? s.a[i] | s.b[i] : op == Op::And ? s.a[i] & s.b[i] : s.a[i] & ~s.b[i];
+        s.pa = asBitmap(a, s.a);
+        s.pb = asBitmap(b, s.b);
         return Result{Form::Words, 0};
     }
     const uint32_t na = toRuns(a, s.ra), nb = toRuns(b, s.rb);
@@ -217,19 +228,17 @@ Result combineChunks(const Chunk& a, const Chunk& b, Scratch& s, uint64_t& work)
     return Result{Form::Runs, combineRuns<op>(s.ra, na, s.rb, nb, s.out)};
 }
 
-inline bool resultEmpty(const Result& r, const Scratch& s) {
-    if (r.form != Form::Words) return r.n == 0;
-    for (uint32_t i = 0; i < kBitmapWords; ++i)
-        if (s.a[i]) return false;
-    return true;
+template <Op op>
+bool resultEmpty(const Result& r, const Scratch& s) {
+    return r.form == Form::Words ? !bitmapsMeet<wordOp<op>()>(s.pa, s.pb) : r.n == 0;
 }
 
-template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+template <Op op, qn::pg::AllocFn A, qn::pg::FreeFn F>
 void emit(Writer<A, F>& w, uint32_t key, const Result& r, const Scratch& s) {
     switch (r.form) {
         case Form::Values: return w.values(key, s.values, r.n);
         case Form::Runs: return w.runs(key, s.out, r.n);
-        case Form::Words: return w.words(key, s.a);
+        case Form::Words: return w.template bitmaps<wordOp<op>()>(key, s.pa, s.pb);
     }
 }
 
@@ -443,6 +452,11 @@ Status combine(const uint8_t* a, size_t sa, const uint8_t* b, size_t sb, size_t 
     if (st != Status::Ok) return st;
     if (lists) return combineLists<op, A, F>(va, vb, headerRoom, out, poll);
     Writer<A, F> w;
+    // The containers of the result take about as many bytes as those of the
+    // larger side (a union), the smaller (an intersection) or a (a difference).
+    w.reserve(op == Op::Or ? (va.dataSize > vb.dataSize ? va.dataSize : vb.dataSize)
+              : op == Op::And ? (va.dataSize < vb.dataSize ? va.dataSize : vb.dataSize)
+                              : va.dataSize);
     ScratchHolder<A, F> scratch;
     Walker x(va), y(vb);
     Ticker<Poll> tick{poll};
@@ -482,7 +496,7 @@ Status combine(const uint8_t* a, size_t sa, const uint8_t* b, size_t sb, size_t 
             } else if (op != Op::AndNot || !q.span()) {
                 Scratch* s = scratch.get();
                 if (!s) return Status::OutOfMemory;
-                emit(w, key, combineChunks<op>(chunkOf(p), chunkOf(q), *s, work), *s);
+                emit<op>(w, key, combineChunks<op>(chunkOf(p), chunkOf(q), *s, work), *s);
             }
             x.cutTo(key + 1);
             y.cutTo(key + 1);
@@ -690,7 +704,7 @@ Status overlaps(const uint8_t* a, size_t sa, const uint8_t* b, size_t sb, bool& 
             detail::Scratch* s = scratch.get();
             if (!s) return Status::OutOfMemory;
             const detail::Result r = detail::combineChunks<detail::Op::And>(detail::chunkOf(p), detail::chunkOf(q), *s, work);
-            if (!detail::resultEmpty(r, *s)) {
+            if (!detail::resultEmpty<detail::Op::And>(r, *s)) {
                 out = true;
                 break;
             }
@@ -747,7 +761,7 @@ Status containsSet(const uint8_t* a, size_t sa, const uint8_t* b, size_t sb, boo
         } else if (!p.span()) {
             detail::Scratch* s = scratch.get();
             if (!s) return Status::OutOfMemory;
-            held = detail::resultEmpty(
+            held = detail::resultEmpty<detail::Op::AndNot>(
                 detail::combineChunks<detail::Op::AndNot>(detail::chunkOf(q), detail::chunkOf(p), *s, work), *s);
         }
         tick(work);

@@ -280,6 +280,85 @@ TEST(Int4Set, RangeListWhenSmaller) {
     EXPECT_EQ(kinds(op(1, a, b)), std::string(20, 'a'));
 }
 
+// A bitmap's runs are counted only up to where they no longer choose its
+// container; the layout then needs them all: counted again when the list
+// could win with the part counted. A bitmap chunk of R runs (2 members each,
+// far more than 2,048 runs) and K ranges over three chunks each (21 bytes in
+// chunks, 8 in a list), made by the writer from a copied bitmap and from two
+// bitmaps combined.
+TEST(Int4Set, LayoutCountsEveryRunOfABitmap) {
+    for (const auto& [runs, expected] : {std::pair<int64_t, bool>{2100, true}, {3000, false}}) {
+        const Model bits = spaced(0, runs, 2, 4), wide = spaced(65536 * 2 + 65000, 1000, 65536 + 1000, 65536 * 4);
+        Model all = bits;
+        all.insert(all.end(), wide.begin(), wide.end());
+        const Bytes want = encode(canonical(all));
+        EXPECT_EQ(kinds(want) == "L", expected) << runs;
+        EXPECT_EQ(kinds(encode(bits)), "b");
+        EXPECT_EQ(op(0, encode(bits), encode(wide)), want);
+        const Model even = spaced(0, runs / 2, 2, 8), odd = spaced(4, runs / 2, 2, 8);
+        Model withEven = even;
+        withEven.insert(withEven.end(), wide.begin(), wide.end());
+        EXPECT_EQ(op(0, encode(canonical(withEven)), encode(odd)), want);
+    }
+}
+
+// The bitmap passes (the baseline's, and on x86-64 those for popcnt and AVX2
+// when the processor has them) against a count bit by bit, in every
+// operation, counting all runs or stopping past kRunsCounted.
+TEST(Int4Set, BitmapPassesCount) {
+    using detail::BitStats;
+    using detail::WordOp;
+    using Pass = BitStats (*)(const uint8_t*, const uint8_t*, uint8_t*);
+    std::mt19937_64 rng(7);
+    Bytes a(kBitmapBytes), b(kBitmapBytes), out(kBitmapBytes), want(kBitmapBytes);
+    auto check = [&](WordOp op, bool capped, std::initializer_list<Pass> passes) {
+        for (size_t i = 0; i < kBitmapBytes; ++i)
+            want[i] = static_cast<uint8_t>(op == WordOp::Only ? a[i] : op == WordOp::Or ? a[i] | b[i]
+                                                                 : op == WordOp::And ? a[i] & b[i] : a[i] & ~b[i]);
+        uint32_t n = 0, r = 0;
+        for (uint32_t p = 0; p < kChunkValues; ++p) {
+            const bool in = want[p >> 3] >> (p & 7) & 1;
+            n += in;
+            r += in && (p == 0 || !(want[(p - 1) >> 3] >> ((p - 1) & 7) & 1));
+        }
+        for (Pass pass : passes) {
+            std::fill(out.begin(), out.end(), 0);
+            const BitStats s = pass(a.data(), b.data(), out.data());
+            EXPECT_EQ(out, want);
+            EXPECT_EQ(s.members, n);
+            if (capped)
+                EXPECT_TRUE(s.runs == r || (s.runs >= detail::kRunsCounted && s.runs <= r)) << s.runs << " " << r;
+            else
+                EXPECT_EQ(s.runs, r);
+        }
+    };
+    for (int round = 0; round < 12; ++round) {
+        const int shape = round % 4;  // random, sparse, long runs, empty and full
+        for (size_t i = 0; i < kBitmapBytes; ++i) {
+            const uint8_t x = static_cast<uint8_t>(rng()), y = static_cast<uint8_t>(rng());
+            a[i] = shape == 0 ? x : shape == 1 ? (x & y & static_cast<uint8_t>(rng())) : shape == 2 ? (i / 300 % 2 ? 0xff : 0) : 0;
+            b[i] = shape == 3 ? 0xff : shape == 2 ? (i / 700 % 3 ? 0 : 0xff) : y;
+        }
+#if defined(__x86_64__)
+#define QN_PASSES(op, capped)                                                                            \
+    {detail::bitmapPassBaseline<op, true, capped>,                                                       \
+     __builtin_cpu_supports("popcnt") ? detail::bitmapPassPopcnt<op, true, capped> : detail::bitmapPassBaseline<op, true, capped>, \
+     __builtin_cpu_supports("avx2") ? detail::bitmapPassAvx2<op, true, capped> : detail::bitmapPassBaseline<op, true, capped>}
+#else
+#define QN_PASSES(op, capped) {detail::bitmapPassBaseline<op, true, capped>}
+#endif
+        check(WordOp::Only, false, QN_PASSES(WordOp::Only, false));
+        check(WordOp::Or, false, QN_PASSES(WordOp::Or, false));
+        check(WordOp::And, false, QN_PASSES(WordOp::And, false));
+        check(WordOp::AndNot, false, QN_PASSES(WordOp::AndNot, false));
+        check(WordOp::Only, true, QN_PASSES(WordOp::Only, true));
+        check(WordOp::Or, true, QN_PASSES(WordOp::Or, true));
+        check(WordOp::And, true, QN_PASSES(WordOp::And, true));
+        check(WordOp::AndNot, true, QN_PASSES(WordOp::AndNot, true));
+#undef QN_PASSES
+    }
+}
+
 // A range list and chunks meet at both ends of the line.
 TEST(Int4Set, MixedLayoutsAtLineEnds) {
     const Model ranges{{kMin, kMin + 70000}, {kMax - 70000, kMax}};
