@@ -3,6 +3,16 @@
 CREATE EXTENSION kelvarn_range_operators;
 SELECT extversion FROM pg_extension WHERE extname = 'kelvarn_range_operators';
 
+-- int4set: a set of int4 values, written as members and ranges a..b, normalised.
+SELECT '{443, 80, 8000..8999, 22, 81}'::int4set AS ports;
+SELECT s + '{9090}' AS plus, s * '{1..100}' AS times, s - '{22}' AS minus, cardinality(s), s @> 8080 AS has_8080,
+       s && '{8443,9000}' AS meets, s <@ int4range(1, 10000) AS within
+FROM (SELECT '{22,80..81,443,8000..8999}'::int4set AS s) AS t;
+SELECT int4set_build_agg(v) AS built, int4set_union_agg(int4set(ARRAY[v, v + 1])) AS united
+FROM generate_series(1, 9, 3) AS v;
+-- Malformed text is refused with the position where it goes wrong.
+SELECT '{1..5, 7..}'::int4set;
+
 -- Range arrays: int4[] of [lower, upper] pairs, ascending and disjoint.
 SELECT qn_int4range_union('{1,3,10,12}', '{4,6,13,20}') AS "union";
 SELECT qn_int4range_intersection('{1,10}', '{3,4,6,7}') AS intersection;
