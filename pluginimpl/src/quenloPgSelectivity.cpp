@@ -687,10 +687,11 @@ bool callSelectivity(SupportRequestSelectivity* req) {
 // on average: its TOAST relation's pages over the rows the planner counts.
 // 0 when the relation has none, or no rows known.
 double outOfLinePagesPerRow(PlannerInfo* root, const Var* var) {
-    if (var->varlevelsup != 0 || var->varno <= 0 || var->varno >= root->simple_rel_array_size) return 0;
-    const RangeTblEntry* rte = planner_rt_fetch(var->varno, root);
+    const int varno = static_cast<int>(var->varno);  // unsigned before PostgreSQL 16
+    if (var->varlevelsup != 0 || varno <= 0 || varno >= root->simple_rel_array_size) return 0;
+    const RangeTblEntry* rte = planner_rt_fetch(varno, root);
     if (rte == nullptr || rte->rtekind != RTE_RELATION) return 0;
-    const RelOptInfo* rel = root->simple_rel_array ? root->simple_rel_array[var->varno] : nullptr;
+    const RelOptInfo* rel = root->simple_rel_array ? root->simple_rel_array[varno] : nullptr;
     const double tuples = rel != nullptr ? rel->tuples : 0;
     if (tuples < 1) return 0;
     Relation heap = relation_open(rte->relid, AccessShareLock);
