@@ -261,9 +261,11 @@ Datum qn_gin_int4set_extractquery(PG_FUNCTION_ARGS) {
 }
 
 // consistent(check, strategy, query, nkeys, extraData, recheck, queryKeys,
-// nullFlags): whether a row with the keys found may pass. Always rechecked: the
-// keys name blocks, not members. A query that looks at every row (no keys) lets
-// every row through to the recheck.
+// nullFlags), of both operator classes (the query is not read, only the plan
+// passed as extra data): whether a row with the keys found may pass. Always
+// rechecked: the keys name blocks, not members, and a set beyond the key
+// budget is keyed by a covering. A query that looks at every row (no keys)
+// lets every row through to the recheck.
 Datum qn_gin_rangearray_consistent(PG_FUNCTION_ARGS) {
     const bool* check = reinterpret_cast<bool*>(PG_GETARG_POINTER(0));
     const int32 nkeys = PG_GETARG_INT32(3);
@@ -277,8 +279,8 @@ Datum qn_gin_rangearray_consistent(PG_FUNCTION_ARGS) {
 }
 
 // triConsistent(check, strategy, query, nkeys, extraData, queryKeys,
-// nullFlags): the same with keys that may or may not be there; never
-// GIN_TRUE, since every row is rechecked.
+// nullFlags), of both operator classes: the same with keys that may or may not
+// be there; never GIN_TRUE, since every row is rechecked.
 Datum qn_gin_rangearray_triconsistent(PG_FUNCTION_ARGS) {
     const auto* check = reinterpret_cast<const GinTernaryValue*>(PG_GETARG_POINTER(0));
     const int32 nkeys = PG_GETARG_INT32(3);
@@ -291,18 +293,19 @@ Datum qn_gin_rangearray_triconsistent(PG_FUNCTION_ARGS) {
     PG_RETURN_GIN_TERNARY_VALUE(may ? GIN_MAYBE : GIN_FALSE);
 }
 
-// comparePartial(partial key, key, strategy, extraData): 0 while the key lies
-// within the entry's run of blocks, 1 past it (the scan starts at the partial
-// key, so nothing before it is met).
+// comparePartial(partial key, key, strategy, extraData), of both operator
+// classes: 0 while the key lies within the entry's run of blocks, 1 past it
+// (the scan starts at the partial key, so nothing before it is met).
 Datum qn_gin_rangearray_comparepartial(PG_FUNCTION_ARGS) {
     const int64 key = PG_GETARG_INT64(1);
     const auto* entry = reinterpret_cast<const qn::gin::QueryEntry*>(PG_GETARG_POINTER(3));
     PG_RETURN_INT32(key > entry->last ? 1 : 0);
 }
 
-// options(internal): finest_block, the finest block of values a key stands for
-// (rounded down to a power of 2). Smaller blocks find fewer false candidates
-// among short ranges and lone members, larger ones build faster and smaller.
+// options(internal), of both operator classes: finest_block, the finest block
+// of values a key stands for (rounded down to a power of 2). Smaller blocks
+// find fewer false candidates among short ranges and lone members, larger ones
+// build faster and smaller.
 Datum qn_gin_rangearray_options(PG_FUNCTION_ARGS) {
     auto* relopts = reinterpret_cast<local_relopts*>(PG_GETARG_POINTER(0));
     init_local_reloptions(relopts, sizeof(GinOptions));
