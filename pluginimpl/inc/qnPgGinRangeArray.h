@@ -50,6 +50,7 @@ constexpr uint64_t kMaxKeyedRanges = 1024;            // a stored set beyond thi
 constexpr uint64_t kMaxQueryRanges = 64;              // a query set beyond this is widened to a covering
 constexpr int kMaxContainedBounds = 8;                // bounds a containment query looks up
 constexpr int64_t kRecheckKey = int64_t{kLevels * kGrids} << 32;  // rows every query takes as candidates
+constexpr int64_t kEmptyKey = int64_t{kLevels * kGrids + 1} << 32;  // an empty int4set, which `<@` looks for
 
 // The strategies of the operator class.
 enum Strategy : uint16_t {
@@ -58,7 +59,11 @@ enum Strategy : uint16_t {
     ContainsSet = 3,        // int4[] ~@> int4[]
     ContainedInSet = 4,     // int4[] ~<@ int4[]
     OverlapsPackedRange = 5, // int4[] ~&& int8
-    OverlappedBySet = 6      // int4[] &&~ int4[]: ~&& with the operands swapped
+    OverlappedBySet = 6,     // int4[] &&~ int4[]: ~&& with the operands swapped
+    // int4set_gin_ops: 1 to 4 as above with int4set for int4[] (@>, &&, @>, <@)
+    OverlapsRange = 7,       // int4set && int4range
+    ContainsRange = 8,       // int4set @> int4range
+    ContainedInRange = 9     // int4set <@ int4range
 };
 
 // The block of value v at level l in grid g (grid 1 only from level 1 on).
@@ -150,6 +155,62 @@ Range32* coveringSpans(const Range32* first, uint64_t& n, uint64_t most, Poll po
     return spans;
 }
 
+// A covering of at most `most` ranges (most >= 1) of a normalised list given
+// range by range, ascending and apart, in constant room: whenever 2 most ranges
+// are held they are covered by `most`, closing the smallest gaps among them.
+// Up to `most` ranges, the covering is the list itself; beyond, every member
+// of the list lies in it and each of its bounds is a bound of the list. Takes
+// its room from A; ok() is false when A gave nothing.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F>
+class StreamCovering {
+public:
+    explicit StreamCovering(uint64_t most)
+        : most_(most),
+          ranges_(static_cast<Range32*>(A(2 * most * sizeof(Range32)))),
+          gaps_(static_cast<uint32_t*>(A(2 * most * sizeof(uint32_t)))) {}
+    ~StreamCovering() {
+        if (ranges_) F(ranges_);
+        if (gaps_) F(gaps_);
+    }
+    StreamCovering(const StreamCovering&) = delete;
+    StreamCovering& operator=(const StreamCovering&) = delete;
+
+    bool ok() const { return ranges_ && gaps_; }
+    void add(Range32 r) {
+        if (n_ == 2 * most_) n_ = coverWithFewer(ranges_, n_, most_, gaps_);
+        ranges_[n_++] = r;
+    }
+    // The covering: n ranges at the returned address, valid while this lives.
+    const Range32* finish(uint64_t& n) {
+        n_ = coverWithFewer(ranges_, n_, most_, gaps_);
+        n = n_;
+        return ranges_;
+    }
+
+private:
+    uint64_t most_;
+    Range32* ranges_;
+    uint32_t* gaps_;
+    uint64_t n_ = 0;
+};
+
+// The keys of n ranges (each keyed by its span), with `extra` added when
+// withExtra, sorted and without repeats, in a buffer from A; count receives
+// their number. nullptr when A gives nothing.
+template <qn::pg::AllocFn A>
+int64_t* keysOfRanges(const Range32* ranges, uint64_t n, bool withExtra, int64_t extra, int finest, uint64_t& count) {
+    auto* keys = static_cast<int64_t*>(A((n + 1) * sizeof(int64_t)));
+    if (!keys) return nullptr;
+    count = 0;
+    for (uint64_t i = 0; i < n; ++i) keys[count++] = keyOfRange(spanOf(ranges[i]), finest);
+    if (withExtra) keys[count++] = extra;
+    // Sorted and unique: the server sorts them again with a call per comparison,
+    // which costs next to nothing on sorted keys.
+    std::sort(keys, keys + count);
+    count = static_cast<uint64_t>(std::unique(keys, keys + count) - keys);
+    return keys;
+}
+
 // The keys of a stored range array of n pairs (oddTail: one more element
 // follows them), sorted and without repeats, in a buffer from A; count receives
 // their number. nullptr when A gives nothing.
@@ -162,17 +223,24 @@ int64_t* storedKeys(const Range32* pairs, uint64_t n, bool oddTail, int finest, 
         if (!covering) return nullptr;
         keyed = covering;
     }
-    auto* keys = static_cast<int64_t*>(A((n + 1) * sizeof(int64_t)));
-    if (!keys) return nullptr;
-    count = 0;
-    for (uint64_t i = 0; i < n; ++i) keys[count++] = keyOfRange(spanOf(keyed[i]), finest);
-    if (oddTail) keys[count++] = kRecheckKey;
+    int64_t* keys = keysOfRanges<A>(keyed, n, oddTail, kRecheckKey, finest, count);
     if (covering) F(covering);
-    // Sorted and unique: the server sorts them again with a call per comparison,
-    // which costs next to nothing on sorted keys.
-    std::sort(keys, keys + count);
-    count = static_cast<uint64_t>(std::unique(keys, keys + count) - keys);
     return keys;
+}
+
+// The keys of a stored int4set whose maximal ranges `next(Range32&)` gives in
+// ascending order (false at the end), polling as it goes: the keys of its
+// ranges, beyond kMaxKeyedRanges of a covering of them; the empty set has the
+// one key kEmptyKey. nullptr when A gives nothing.
+template <qn::pg::AllocFn A, qn::pg::FreeFn F, typename Next, typename Poll>
+int64_t* storedSetKeys(Next next, int finest, uint64_t& count, Poll poll) {
+    StreamCovering<A, F> covering(kMaxKeyedRanges);
+    if (!covering.ok()) return nullptr;
+    qn::pgRangeArray::Poller<Poll> tick(poll);
+    for (Range32 r; next(r); tick()) covering.add(r);
+    uint64_t n = 0;
+    const Range32* ranges = covering.finish(n);
+    return keysOfRanges<A>(ranges, n, n == 0, kEmptyKey, finest, count);
 }
 
 // One key a query looks for. A partial entry matches every key from its own up
@@ -230,10 +298,12 @@ bool planHoldsValue(int32_t v, int finest, QueryPlan& plan) {
 // A set meeting the normalised ranges [first, first + n): at every level and
 // in both grids, the blocks the ranges touch, those of ranges touching the
 // same or next blocks merged; a run of more than kExactRunBlocks blocks is one
-// partial entry.
+// partial entry. withEmpty: the empty set's key is looked for too (a set
+// lying in the ranges).
 template <qn::pg::AllocFn A>
-bool planMeets(const Range32* first, uint64_t n, int finest, QueryPlan& plan) {
-    if (!detail::allocate<A>(plan, uint64_t{kLevels} * kGrids * n * kExactRunBlocks + 1)) return false;
+bool planMeets(const Range32* first, uint64_t n, int finest, QueryPlan& plan, bool withEmpty = false) {
+    if (!detail::allocate<A>(plan, uint64_t{kLevels} * kGrids * n * kExactRunBlocks + 2)) return false;
+    if (withEmpty) detail::add(plan, kEmptyKey, kEmptyKey, false, -1);
     for (int level = finest; level < kLevels && n > 0; ++level)
         for (int grid = 0; grid < gridsAt(level); ++grid) {
             auto flush = [&](uint64_t from, uint64_t to) {
@@ -276,6 +346,28 @@ bool planContains(const Range32* first, uint64_t n, int finest, QueryPlan& plan)
     }
     detail::add(plan, kRecheckKey, kRecheckKey, false, -1);
     return true;
+}
+
+// The plan of an int4set query other than a value, over the query set's
+// ranges (ascending and apart; beyond kMaxQueryRanges, a covering of them,
+// whose bounds are members): a set meeting them, lying in them (or empty), or
+// containing them. everyRow is set, and no plan made, when every row passes:
+// every set contains the empty set.
+template <qn::pg::AllocFn A>
+bool planSetQuery(Strategy strategy, const Range32* ranges, uint64_t n, int finest, QueryPlan& plan, bool& everyRow) {
+    everyRow = false;
+    switch (strategy) {
+        case ContainsSet:
+        case ContainsRange:
+            if (n == 0) {
+                everyRow = true;
+                return true;
+            }
+            return planContains<A>(ranges, n, finest, plan);
+        case ContainedInSet:
+        case ContainedInRange: return planMeets<A>(ranges, n, finest, plan, true);
+        default: return planMeets<A>(ranges, n, finest, plan);
+    }
 }
 
 // Whether a row whose keys were found as `found(i)` says (No, Maybe or Yes for

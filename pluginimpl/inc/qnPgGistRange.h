@@ -61,6 +61,7 @@ enum Strategy : uint16_t {
     ValueInRangeArray = 1,        // int4 <@ int4[]
     ValueInBitField = 2,          // int4 <@ bytea
     ValueInPackedRange = 3,       // int4 <@ int8
+    ValueInInt4Set = 4,           // int4 <@ int4set
     RangeOverlapsRangeArray = 11, // int8 && int4[]
     RangeOverlapsRange = 13,      // int8 && int8
     RangeIncludedInRange = 14,    // int8 <@ int8
@@ -69,7 +70,7 @@ enum Strategy : uint16_t {
 };
 
 inline bool isImplementedStrategy(uint16_t s) {
-    return s == 1 || s == 2 || s == 3 || s == 11 || s == 13 || s == 14 || s == 15 || s == 16;
+    return s == 1 || s == 2 || s == 3 || s == 4 || s == 11 || s == 13 || s == 14 || s == 15 || s == 16;
 }
 
 // Key [kl; kh] meets a packed range query (strategies 3 and 13): they overlap.

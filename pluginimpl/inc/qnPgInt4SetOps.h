@@ -544,21 +544,34 @@ inline bool arrayWithin(const Chunk& a, const Chunk& b) {
     return true;
 }
 
-// Place x of a container.
-inline bool containerHas(const Chunk& c, uint32_t x) {
-    if (c.kind == KindBitmap) return testBit(c.bytes, x);
+// Some place of lo to hi (lo <= hi) of a container.
+inline bool containerMeets(const Chunk& c, uint32_t lo, uint32_t hi) {
+    if (c.kind == KindBitmap) {
+        for (uint32_t w = lo >> 6; w <= hi >> 6; ++w) {
+            uint64_t x = load64(c.bytes + 8 * w);
+            if (w == lo >> 6) x &= ~uint64_t{0} << (lo & 63);
+            if (w == hi >> 6 && (hi & 63) != 63) x &= (uint64_t{1} << ((hi & 63) + 1)) - 1;
+            if (x) return true;
+        }
+        return false;
+    }
     const uint32_t stride = c.kind == KindArray ? 2 : 4, lastAt = c.kind == KindArray ? 0 : 2;
-    uint32_t first = 0, count = c.count;  // the first element whose last place is >= x
+    uint32_t first = 0, count = c.count;  // the first element whose last place is >= lo
     while (count > 0) {
         const uint32_t half = count / 2;
-        if (load16(c.bytes + stride * (first + half) + lastAt) < x) {
+        if (load16(c.bytes + stride * (first + half) + lastAt) < lo) {
             first += half + 1;
             count -= half + 1;
         } else {
             count = half;
         }
     }
-    return first < c.count && load16(c.bytes + stride * first) <= x;
+    return first < c.count && load16(c.bytes + stride * first) <= hi;
+}
+
+// Place x of a container.
+inline bool containerHas(const Chunk& c, uint32_t x) {
+    return c.kind == KindBitmap ? testBit(c.bytes, x) : containerMeets(c, x, x);
 }
 
 // Places lo to hi of a container, all of them.
@@ -660,6 +673,36 @@ inline Status containsRange(const uint8_t* data, size_t size, int32_t lo, int32_
             ++k;
         }
         x.next();
+    }
+    return x.corrupt() ? Status::Corrupt : Status::Ok;
+}
+
+// Some value of [lo, hi] is a member (false when lo > hi). Searches for lo's
+// chunk: the first item reaching it holds a member at or after lo, so at most
+// two items decide.
+inline Status meetsRange(const uint8_t* data, size_t size, int32_t lo, int32_t hi, bool& out) {
+    out = false;
+    View view;
+    const Status st = view.open(data, size);
+    if (st != Status::Ok || lo > hi || view.empty()) return st;
+    if (view.isList()) {
+        const uint64_t i = view.rangeReaching(lo);
+        out = i < view.ranges && view.lower(i) <= hi;
+        return Status::Ok;
+    }
+    const uint32_t ulo = toUnsigned(lo), uhi = toUnsigned(hi), kl = ulo >> 16, kh = uhi >> 16;
+    Walker x(view);
+    x.seek(kl);
+    for (; !x.end() && !out; x.next()) {
+        const Item& it = x.item();
+        if (it.lo > kh) break;
+        if (it.span()) {
+            out = true;
+            break;
+        }
+        const uint32_t from = it.lo == kl ? ulo & 0xffff : 0, to = it.lo == kh ? uhi & 0xffff : 0xffff;
+        out = detail::containerMeets(detail::chunkOf(it), from, to);
+        if (it.lo >= kh) break;
     }
     return x.corrupt() ? Status::Corrupt : Status::Ok;
 }

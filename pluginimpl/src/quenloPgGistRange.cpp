@@ -3,11 +3,13 @@
 // share every support function except compress; the kernels live in
 // qnPgGistRange.h, these are their shims over the GiST structures.
 #include "qnPgGistRange.h"
+#include "qnPgInt4SetOps.h"
 #include "quenloPgUtils.h"
 
 extern "C" {
 #include "access/gist.h"
 #include "access/stratnum.h"
+#include "utils/lsyscache.h"
 }
 
 using qn::pg::Int4Elements;
@@ -49,6 +51,23 @@ bool consistentWithRangeArray(FunctionCallInfo fcinfo, StrategyNumber strategy, 
     return qn::gist::keyMeetsRangeArray(key, e.rangesBegin(), e.rangesEnd());
 }
 
+// Strategy 4: the query is an int4set. A leaf key [v; v] passes when v is a
+// member, exactly as `v <@ set` answers; an inner key when some member lies in
+// its span. A payload the readers cannot read raises XX001, as the operator does.
+bool consistentWithInt4Set(FunctionCallInfo fcinfo, int64 key, bool leaf) {
+    const varlena* query = qn::pg::detoastArgumentCached(fcinfo, 1);
+    const auto* data = reinterpret_cast<const uint8*>(VARDATA_ANY(query));
+    const size_t size = VARSIZE_ANY_EXHDR(query);
+    const int32 lower = qn::gist::packedLower(key), upper = qn::gist::packedUpper(key);
+    bool result = false;
+    const qn::int4set::Status status = leaf ? qn::int4set::containsValue(data, size, lower, result)
+                                            : qn::int4set::meetsRange(data, size, lower, upper, result);
+    if (status != qn::int4set::Status::Ok)
+        QN_ERROR(ERRCODE_DATA_CORRUPTED, "qn_gist_range_consistent", "int4set value is corrupt: %s",
+                 qn::int4set::statusMessage(status));
+    return result;
+}
+
 }  // namespace
 
 QN_FUNCTION_INFO_V1(qn_gist_range_consistent)
@@ -86,6 +105,8 @@ Datum qn_gist_range_consistent(PG_FUNCTION_ARGS) {
     const bool arrayQuery = strategy == ValueInRangeArray || strategy == RangeOverlapsRangeArray;
     if (arrayQuery && OidIsValid(subtype) && subtype != INT4ARRAYOID)
         QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "accept only int4[] with an even size");
+    if (strategy == ValueInInt4Set && OidIsValid(subtype) && get_typlen(subtype) != -1)
+        QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "accept only int4set");
     if (strategy == ValueInBitField && OidIsValid(subtype) && subtype != BYTEAOID)
         QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "invalid bitfield array");
     const bool leaf = GIST_LEAF(entry);
@@ -105,6 +126,7 @@ Datum qn_gist_range_consistent(PG_FUNCTION_ARGS) {
             }
             break;
         }
+        case ValueInInt4Set: result = consistentWithInt4Set(fcinfo, key, leaf); break;
         case ValueInPackedRange:
         case RangeOverlapsRange: result = keyOverlaps(key, PG_GETARG_INT64(1)); break;
         case RangeIncludedInRange: result = keyIncludedIn(key, PG_GETARG_INT64(1), leaf); break;

@@ -31,7 +31,14 @@ extern "C" {
 #include "nodes/makefuncs.h"
 #include "nodes/nodeFuncs.h"
 #include "nodes/supportnodes.h"
+#include "optimizer/cost.h"
 #include "optimizer/optimizer.h"
+#include "parser/parsetree.h"
+#include "access/relation.h"
+#include "catalog/pg_proc.h"
+#include "storage/bufmgr.h"
+#include "utils/rel.h"
+#include "utils/syscache.h"
 #include "optimizer/plancat.h"
 #include "utils/datum.h"
 #include "utils/lsyscache.h"
@@ -550,6 +557,19 @@ const TestFunction* testFunction(Oid funcid, int nargs) {
     return nullptr;
 }
 
+// The int4set operators' functions, by name and operator name: a call is its
+// operator (found by the function's own argument types) or, arguments
+// swapped, the operator's commutator.
+struct OperatorFunction {
+    const char* name;
+    const char* oprname;
+};
+const OperatorFunction kOperatorFunctions[] = {
+    {"int4set_contains", "@>"},
+    {"int4set_contained", "<@"},
+    {"int4set_overlaps", "&&"},
+};
+
 // The operator of the form in the schema of the function (the extension's).
 Oid operatorOf(const OperatorForm& form, Oid funcid) {
     const OperatorSignature* op = signatureOf(form.strategy, form.commuted);
@@ -574,22 +594,68 @@ bool unreadArgumentIsNull(const TestFunction& f, List* args) {
     return IsA(first, Const) && reinterpret_cast<const Const*>(first)->constisnull;
 }
 
+// The operator clauses a call equals: each operator with the call's arguments
+// that become its left and right operands, the first the one the call is
+// estimated as. threeArgs: the form whose first argument is not read.
+struct OperatorClause {
+    Oid opno;
+    int left;
+    int right;
+};
+struct CallClauses {
+    const TestFunction* test = nullptr;
+    int n = 0;
+    OperatorClause clauses[2];
+};
+
+// The clauses of a call of funcid with nargs arguments; false for a function
+// that is not a test or an operator's function of the extension.
+bool callClauses(Oid funcid, int nargs, CallClauses& out) {
+    out = CallClauses();
+    if ((out.test = testFunction(funcid, nargs)) != nullptr) {
+        for (int i = 0; i < out.test->nforms; ++i) {
+            const OperatorForm& form = out.test->forms[i];
+            out.clauses[out.n++] = OperatorClause{operatorOf(form, funcid), form.left, form.right};
+        }
+        return true;
+    }
+    const char* name = get_func_name(funcid);
+    Oid* argtypes = nullptr;
+    int declared = 0;
+    if (name == nullptr || nargs != 2) return false;
+    for (const OperatorFunction& f : kOperatorFunctions) {
+        if (strcmp(f.name, name) != 0) continue;
+        get_func_signature(funcid, &argtypes, &declared);
+        const char* schema = get_namespace_name(get_func_namespace(funcid));
+        if (declared != 2 || schema == nullptr) return false;
+        List* opname = list_make2(makeString(pstrdup(schema)), makeString(pstrdup(f.oprname)));
+        const Oid opno = OpernameGetOprid(opname, argtypes[0], argtypes[1]);
+        if (!OidIsValid(opno) || get_opcode(opno) != funcid) return false;
+        out.clauses[out.n++] = OperatorClause{opno, 0, 1};
+        const Oid commutator = get_commutator(opno);
+        if (OidIsValid(commutator)) out.clauses[out.n++] = OperatorClause{commutator, 1, 0};
+        return true;
+    }
+    return false;
+}
+
 // The call as an index condition on the indexed argument, or NIL.
 List* indexCondition(SupportRequestIndexCondition* req) {
     List* args = callArguments(req->node);
-    const TestFunction* f = testFunction(req->funcid, list_length(args));
-    if (f == nullptr) return NIL;
-    for (int i = 0; i < f->nforms; ++i) {
-        const OperatorForm& form = f->forms[i];
+    CallClauses call;
+    if (!callClauses(req->funcid, list_length(args), call)) return NIL;
+    for (int i = 0; i < call.n; ++i) {
+        const OperatorClause& form = call.clauses[i];
         if (form.left != req->indexarg) continue;
-        const Oid opno = operatorOf(form, req->funcid);
+        const Oid opno = form.opno;
         if (!OidIsValid(opno) || !op_in_opfamily(opno, req->opfamily)) continue;
         Node* operand = static_cast<Node*>(list_nth(args, form.right));
         if (!QN_IS_PSEUDO_CONSTANT_FOR_INDEX(req->root, operand, req->index)) continue;
         // The unread argument of the three-argument form can still make the call
         // NULL: then the call stays as a filter, unless it is a constant.
         const Node* first = static_cast<const Node*>(linitial(args));
-        req->lossy = f->nargs == 3 && !(IsA(first, Const) && !reinterpret_cast<const Const*>(first)->constisnull);
+        req->lossy = call.test != nullptr && call.test->nargs == 3 &&
+                     !(IsA(first, Const) && !reinterpret_cast<const Const*>(first)->constisnull);
         Expr* clause = make_opclause(opno, BOOLOID, false, static_cast<Expr*>(list_nth(args, form.left)),
                                      reinterpret_cast<Expr*>(operand), InvalidOid, InvalidOid);
         return list_make1(clause);
@@ -597,16 +663,17 @@ List* indexCondition(SupportRequestIndexCondition* req) {
     return NIL;
 }
 
-// The call's selectivity: its operator's, restriction or join.
+// The call's selectivity: its operator's, restriction or join, by the
+// operator's own estimators.
 bool callSelectivity(SupportRequestSelectivity* req) {
-    const TestFunction* f = testFunction(req->funcid, list_length(req->args));
-    if (f == nullptr) return false;
-    if (unreadArgumentIsNull(*f, req->args)) {
+    CallClauses call;
+    if (!callClauses(req->funcid, list_length(req->args), call) || call.n == 0) return false;
+    if (call.test != nullptr && unreadArgumentIsNull(*call.test, req->args)) {
         req->selectivity = 0.0;
         return true;
     }
-    const OperatorForm& form = f->forms[0];
-    const Oid opno = operatorOf(form, req->funcid);
+    const OperatorClause& form = call.clauses[0];
+    const Oid opno = form.opno;
     if (!OidIsValid(opno)) return false;
     List* opargs = list_make2(list_nth(req->args, form.left), list_nth(req->args, form.right));
     req->selectivity = req->is_join ? join_selectivity(req->root, opno, opargs, req->inputcollid, req->jointype,
@@ -616,13 +683,64 @@ bool callSelectivity(SupportRequestSelectivity* req) {
     return true;
 }
 
+// Pages of out-of-line (TOAST) values a row of the relation of a column holds
+// on average: its TOAST relation's pages over the rows the planner counts.
+// 0 when the relation has none, or no rows known.
+double outOfLinePagesPerRow(PlannerInfo* root, const Var* var) {
+    const int varno = static_cast<int>(var->varno);  // unsigned before PostgreSQL 16
+    if (var->varlevelsup != 0 || varno <= 0 || varno >= root->simple_rel_array_size) return 0;
+    const RangeTblEntry* rte = planner_rt_fetch(varno, root);
+    if (rte == nullptr || rte->rtekind != RTE_RELATION) return 0;
+    const RelOptInfo* rel = root->simple_rel_array ? root->simple_rel_array[varno] : nullptr;
+    const double tuples = rel != nullptr ? rel->tuples : 0;
+    if (tuples < 1) return 0;
+    Relation heap = relation_open(rte->relid, AccessShareLock);
+    const Oid toast = heap->rd_rel->reltoastrelid;
+    relation_close(heap, AccessShareLock);
+    if (!OidIsValid(toast)) return 0;
+    Relation toastRel = relation_open(toast, AccessShareLock);
+    const BlockNumber pages = RelationGetNumberOfBlocks(toastRel);
+    relation_close(toastRel, AccessShareLock);
+    return pages / tuples;
+}
+
+// The cost of a call that reads sets from columns: the function's own cost,
+// plus reading each set argument's out-of-line pages, as a sequential scan
+// reads pages. A set from a constant is read once per statement and costs
+// nothing more. False (the function's own cost stands) when no argument is a
+// column of variable length.
+bool callCost(SupportRequestCost* req) {
+    if (req->root == nullptr || req->node == nullptr) return false;
+    double pages = 0;
+    bool column = false;
+    ListCell* cell;
+    foreach (cell, callArguments(req->node)) {
+        const Node* arg = static_cast<const Node*>(lfirst(cell));
+        while (arg != nullptr && IsA(arg, RelabelType))
+            arg = reinterpret_cast<const Node*>(reinterpret_cast<const RelabelType*>(arg)->arg);
+        if (arg == nullptr || !IsA(arg, Var) || get_typlen(exprType(arg)) != -1) continue;
+        column = true;
+        pages += outOfLinePagesPerRow(req->root, reinterpret_cast<const Var*>(arg));
+    }
+    if (!column) return false;
+    HeapTuple proc = SearchSysCache1(PROCOID, ObjectIdGetDatum(req->funcid));
+    if (!HeapTupleIsValid(proc)) return false;
+    const double procost = reinterpret_cast<Form_pg_proc>(GETSTRUCT(proc))->procost;
+    ReleaseSysCache(proc);
+    req->startup = 0;
+    req->per_tuple = procost * cpu_operator_cost + pages * seq_page_cost;
+    return true;
+}
+
 }  // namespace
 
-// Planner support of the test functions: a call whose first argument (or, for
-// the tests that read both ways, either range argument) is an indexed column
-// becomes the operator's index condition, exact except for the three-argument
-// form whose unread argument is not a constant; and a call is estimated as its
-// operator. Other requests get no answer.
+// Planner support of the test functions and the int4set operators'
+// functions: a call whose first argument (or, for the tests that read both
+// ways, either range argument) is an indexed column becomes the operator's
+// index condition, exact except for the three-argument form whose unread
+// argument is not a constant; a call is estimated as its operator; and a call
+// reading sets from columns costs their out-of-line pages too. Other requests
+// get no answer.
 Datum qn_range_support(PG_FUNCTION_ARGS) {
     Node* request = reinterpret_cast<Node*>(PG_GETARG_POINTER(0));
     if (IsA(request, SupportRequestIndexCondition)) {
@@ -630,6 +748,8 @@ Datum qn_range_support(PG_FUNCTION_ARGS) {
         if (conditions != NIL) PG_RETURN_POINTER(conditions);
     } else if (IsA(request, SupportRequestSelectivity)) {
         if (callSelectivity(reinterpret_cast<SupportRequestSelectivity*>(request))) PG_RETURN_POINTER(request);
+    } else if (IsA(request, SupportRequestCost)) {
+        if (callCost(reinterpret_cast<SupportRequestCost*>(request))) PG_RETURN_POINTER(request);
     }
     PG_RETURN_POINTER(nullptr);
 }

@@ -141,6 +141,7 @@ void readAll(const Bytes& b, const Bytes& other, Reader& in) {
     for (int k = 0; k < 4; ++k) containsValue(b.get(), b.count, in.i32(), x);
     const int32_t lo = in.i32();
     containsRange(b.get(), b.count, lo, static_cast<int32_t>(lo + in.u32() % 300000), x);
+    meetsRange(b.get(), b.count, lo, static_cast<int32_t>(lo + in.u32() % 300000), x);
     overlaps<malloc, free>(b.get(), b.count, other.get(), other.count, x);
     containsSet<malloc, free>(b.get(), b.count, other.get(), other.count, x);
     containsSet<malloc, free>(other.get(), other.count, b.get(), b.count, x);
@@ -291,6 +292,8 @@ void differential(Reader& in) {
         FZ_CHECK(containsRange(a.get(), a.count, static_cast<int32_t>(v), static_cast<int32_t>(hi), x) == Status::Ok);
         const auto in = std::upper_bound(ma.begin(), ma.end(), Interval{v, INT64_MAX});
         FZ_CHECK(x == (in != ma.begin() && std::prev(in)->second >= hi));
+        FZ_CHECK(meetsRange(a.get(), a.count, static_cast<int32_t>(v), static_cast<int32_t>(hi), x) == Status::Ok);
+        FZ_CHECK(x == std::any_of(ma.begin(), ma.end(), [&](const Interval& r) { return r.first <= hi && r.second >= v; }));
     }
     bool found = false;
     int32_t lo = 0, hi = 0;

@@ -5,6 +5,7 @@
 \i sql/include/plans.psql
 \i sql/include/estimates.psql
 \i sql/include/hash_random.psql
+\i sql/include/scan_vs_index.psql
 SET jit = off;
 
 SELECT opcname, amvalidate(oid) FROM pg_opclass WHERE opcname = 'qn_gin_rangearray_ops';
@@ -50,40 +51,20 @@ FROM (SELECT q, (pg_temp.rnd(12, q) * 2e5 - 1e5)::int AS lo FROM generate_series
 -- Stored sets equal to query sets, so that containment meets equal bounds.
 INSERT INTO gs SELECT -200 - qid, arr FROM gq WHERE qid % 10 IN (1, 2);
 
--- same(condition over t and q): the rows of gs matching each query by sequential scan and through gs_r.
-CREATE FUNCTION pg_temp.same(cond text, OUT condition text, OUT same_rows bool, OUT index_used bool,
-                             OUT queries_hit bigint) LANGUAGE plpgsql AS $$
-DECLARE
-    q text := format('SELECT string_agg(qid || '':'' || a::text, '';'' ORDER BY qid), count(*) FILTER (WHERE a <> ''{}'')
-                      FROM (SELECT q.qid, ARRAY(SELECT t.id FROM gs t WHERE %s ORDER BY 1) AS a FROM gq q OFFSET 0) m', cond);
-    scanned text;
-    got text;
-BEGIN
-    condition := cond;
-    PERFORM set_config('enable_seqscan', 'on', true), set_config('enable_bitmapscan', 'off', true);
-    EXECUTE q INTO scanned, queries_hit;
-    PERFORM set_config('enable_seqscan', 'off', true), set_config('enable_bitmapscan', 'on', true);
-    index_used := pg_temp.plan_has(q, 'gs_r');
-    EXECUTE q INTO got;
-    same_rows := got = scanned;
-END $$;
-CREATE FUNCTION pg_temp.all_same() RETURNS TABLE (condition text, same_rows bool, index_used bool, queries_hit bigint)
-LANGUAGE sql AS $$
-SELECT s.* FROM unnest(ARRAY[
+CREATE TEMP TABLE index_conditions AS SELECT * FROM unnest(ARRAY[
     'q.val <@ t.r', 't.r ~@> q.val', 'qn_int4_in_rangearray(q.val, t.r)', 'qn_rangearray_contains_int4(t.r, q.val)',
     't.r ~&& q.arr', 'q.arr ~&& t.r', 'qn_int4range_is_overlap(t.r, q.arr)', 'qn_int4range_is_overlap(q.arr, t.r)',
     't.r ~@> q.arr', 'qn_int4range_is_strictly_include(q.arr, t.r)', 'qn_int4range_contains(t.r, q.arr)',
     't.r ~<@ q.arr', 'qn_int4range_is_strictly_include(t.r, q.arr)',
-    'q.pr && t.r', 't.r ~&& q.pr', 'qn_int4rangepacked_in_rangearray(q.pr, t.r)']) c, LATERAL pg_temp.same(c) s
-$$;
+    'q.pr && t.r', 't.r ~&& q.pr', 'qn_int4rangepacked_in_rangearray(q.pr, t.r)']) WITH ORDINALITY c(cond, n);
 -- Keys down to single values, then the default (blocks of 64 values at the finest) and blocks of 65,536.
-SELECT * FROM pg_temp.all_same();
+SELECT * FROM pg_temp.all_same('gq', 'gs', 'gs_r');
 DROP INDEX gs_r;
 CREATE INDEX gs_r ON gs USING gin (r qn_gin_rangearray_ops);
-SELECT bool_and(same_rows AND index_used) AS default_blocks_same FROM pg_temp.all_same();
+SELECT bool_and(same_rows AND index_used) AS default_blocks_same FROM pg_temp.all_same('gq', 'gs', 'gs_r');
 DROP INDEX gs_r;
 CREATE INDEX gs_r ON gs USING gin (r qn_gin_rangearray_ops (finest_block = 65536));
-SELECT bool_and(same_rows AND index_used) AS coarse_blocks_same FROM pg_temp.all_same();
+SELECT bool_and(same_rows AND index_used) AS coarse_blocks_same FROM pg_temp.all_same('gq', 'gs', 'gs_r');
 SELECT pg_temp.try('CREATE INDEX ON gs USING gin (r qn_gin_rangearray_ops (finest_block = 0))') AS no_empty_blocks;
 DROP INDEX gs_r;
 CREATE INDEX gs_r ON gs USING gin (r qn_gin_rangearray_ops);

@@ -135,6 +135,15 @@ void expectSame(const Bytes& b, const Model& m) {
         EXPECT_TRUE(range(i.first, i.second));
         EXPECT_TRUE(i.first == kMin || !range(i.first - 1, i.second));
         EXPECT_TRUE(i.second == kMax || !range(i.first, i.second + 1));
+        const auto meets = [&](int64_t lo, int64_t hi) {
+            EXPECT_EQ(meetsRange(b.data(), b.size(), static_cast<int32_t>(std::max(lo, kMin)),
+                                 static_cast<int32_t>(std::min(hi, kMax)), in), Status::Ok);
+            return in;
+        };
+        EXPECT_TRUE(meets(i.second, i.second) && meets(i.first - 70000, i.first) && meets(i.second, i.second + 70000));
+        // The gap after the range, across chunks when it is long.
+        const int64_t next = &i == &m.back() ? kMax + 1 : (&i)[1].first;
+        EXPECT_TRUE(i.second + 1 > next - 1 || !meets(i.second + 1, next - 1));
     }
     Bytes again;
     ASSERT_EQ(parse(text(b), again).error, TextError::None);
