@@ -40,7 +40,8 @@
 // (above 3 times the mean count plus 5 standard deviations, and at least 6
 // times) become most common members with their frequency: the share of rows
 // holding them, long runs included. A value probe or a small operand reads
-// them first.
+// them first. Runs that are a most common member alone are left out of the
+// classes, so that the values around a hot one do not take its weight.
 //
 // Sampling: every non-null sample row gives its extremes and run count; the
 // runs themselves are kept up to a budget (kRunBudget): past it, every other
@@ -52,7 +53,8 @@
 // (each class's upper quantiles, then the quantiles of least and greatest
 // members); slot kKindMembers the most common members (int4, ascending) and
 // their frequencies. Numbers:
-//   [0] layout version 1, [1] empty share, [2] runs per row, [3] average
+//   [0] layout version 1, [1] empty share, [2] runs per row (but those that
+//   are a most common member alone: the classes leave them out), [3] average
 //   cardinality, [4] extremes count E, [5] run-count quantiles K, [6] classes C,
 //   then K run-count quantiles, then per class: id, share of the runs, upper
 //   quantiles U, width quantiles W, and its W widths.
@@ -101,6 +103,23 @@ inline int widthClass(uint64_t width) { return width == 0 ? 0 : 64 - __builtin_c
 struct Run {
     int32_t lo;
     int32_t hi;
+};
+
+// One run [lo, hi] as an operand (next(lo, hi) as every operand).
+class SingleRun {
+public:
+    SingleRun(int64_t lo, int64_t hi) : lo_(lo), hi_(hi) {}
+    bool next(int64_t& lo, int64_t& hi) {
+        if (done_) return false;
+        done_ = true;
+        lo = lo_;
+        hi = hi_;
+        return true;
+    }
+
+private:
+    int64_t lo_, hi_;
+    bool done_ = false;
 };
 
 // ---- gathering
@@ -163,11 +182,18 @@ public:
         // Run-count quantiles over the non-empty rows, at the middles of K equal shares.
         const int K = nonEmpty ? static_cast<int>(std::min<uint64_t>(kRunCountQuantiles, nonEmpty)) : 0;
         std::sort(runCounts_.begin(), runCounts_.end());
+        // The most common members first: the runs that are one of them alone are
+        // theirs, and left out of the classes.
+        commonMembers(out);
         // Classes: total weight, and the (upper, weight) and (width, weight) of their runs.
-        double classWeight[kClasses] = {};
+        double classWeight[kClasses] = {}, common = 0;
         for (const Segment& s : segs_)
-            for (uint64_t r = s.begin; r < s.begin + s.count; ++r)
-                classWeight[widthClass(widthOf(runs_[r]))] += s.weight;
+            for (uint64_t r = s.begin; r < s.begin + s.count; ++r) {
+                if (isCommon(runs_[r], out))
+                    common += s.weight;
+                else
+                    classWeight[widthClass(widthOf(runs_[r]))] += s.weight;
+            }
         double total = 0;
         int present = 0;
         for (double w : classWeight) {
@@ -196,7 +222,7 @@ public:
         out.values[0] = 0;
         n[0] = kLayoutVersion;
         n[1] = static_cast<float>(static_cast<double>(empty_) / rows_);
-        n[2] = static_cast<float>(totalRuns_ / rows_);
+        n[2] = static_cast<float>(total + common > 0 ? totalRuns_ / rows_ * total / (total + common) : 0);
         n[3] = static_cast<float>(totalCard_ / rows_);
         n[4] = static_cast<float>(E);
         n[5] = static_cast<float>(K);
@@ -210,9 +236,9 @@ public:
             n[at++] = static_cast<float>(classWeight[c] / total);
             n[at++] = static_cast<float>(uppersOf[c]);
             n[at++] = static_cast<float>(widthsOf[c]);
-            collect(c, true, items);
+            collect(c, true, out, items);
             weightedQuantiles(items, uppersOf[c], false, [&](int, int64_t x) { out.values[v++] = static_cast<int32_t>(x); });
-            collect(c, false, items);
+            collect(c, false, out, items);
             weightedQuantiles(items, widthsOf[c], true, [&](int, int64_t x) { n[at++] = static_cast<float>(x); });
         }
         if (E) {
@@ -221,7 +247,6 @@ public:
             for (int i = 0; i < E; ++i) out.values[v + i] = mins_[(nonEmpty - 1) * i / (E - 1)];
             for (int i = 0; i < E; ++i) out.values[v + E + i] = maxs_[(nonEmpty - 1) * i / (E - 1)];
         }
-        commonMembers(out);
         return true;
     }
 
@@ -275,14 +300,19 @@ private:
         }
     }
 
+    // A run that is one most common member alone.
+    static bool isCommon(const Run& r, const Gathered& out) {
+        return r.lo == r.hi && std::binary_search(out.members, out.members + out.nmembers, r.lo);
+    }
+
     // The kept runs of class c as (upper, weight) or (width, weight), sorted.
-    void collect(int c, bool uppers, qn::pg::tVector<Weighted, A, F>& items) {
+    void collect(int c, bool uppers, const Gathered& out, qn::pg::tVector<Weighted, A, F>& items) {
         items.resize(0);
         for (const Segment& s : segs_)
             for (uint64_t r = s.begin; r < s.begin + s.count; ++r) {
                 tick();
                 const uint64_t w = widthOf(runs_[r]);
-                if (widthClass(w) == c) items.push_back(Weighted{uppers ? runs_[r].hi : static_cast<int64_t>(w), s.weight});
+                if (widthClass(w) == c && !isCommon(runs_[r], out)) items.push_back(Weighted{uppers ? runs_[r].hi : static_cast<int64_t>(w), s.weight});
             }
         std::sort(items.begin(), items.end(), [](const Weighted& a, const Weighted& b) { return a.x < b.x; });
     }
@@ -507,6 +537,9 @@ public:
     double minAtMost(int64_t x) const { return IntHistogram(mins_.data(), static_cast<int>(mins_.size())).atMost(x); }
     double maxAtMost(int64_t x) const { return IntHistogram(maxs_.data(), static_cast<int>(maxs_.size())).atMost(x); }
     double nonEmpty(double p) const { return (1.0 - emptyFrac_) * clampProbability(p); }
+    int extremeCount() const { return static_cast<int>(mins_.size()); }
+    int64_t leastQuantile(int i) const { return mins_[i]; }
+    int64_t greatestQuantile(int i) const { return maxs_[i]; }
 
     // The value's share without its entry among the most common members.
     double modelValue(int64_t v) const { return std::min(modelRange(v, v), reaching(v, v)); }
@@ -609,10 +642,28 @@ private:
     void (*poll_)() = nullptr;
 };
 
+// The share of a's rows meeting the span of a row of b, over b's non-empty
+// rows: spans made of b's least and greatest members paired quantile by
+// quantile (up to 64 of them).
+template <typename Column>
+double spanMeeting(const Column& a, const Column& b) {
+    const int E = b.extremeCount(), n = std::min(E, 64);
+    if (n < 2) return 1.0;
+    double s = 0;
+    for (int i = 0; i < n; ++i) {
+        const int j = i * (E - 1) / (n - 1);
+        s += a.meets(SingleRun(b.leastQuantile(j), std::max(b.leastQuantile(j), b.greatestQuantile(j))));
+    }
+    return s / n;
+}
+
 // Join of two set columns by &&: the share of row pairs that meet. The runs of
 // `b` are stood for by representative runs; q is the chance that a run of a
 // and one of b meet, and a pair of rows with k and l runs meets with chance
-// 1 - (1 - q)^(k l). Shares of the non-null pairs.
+// 1 - (1 - q)^(k l). Runs of one row are not placed independently, though: a
+// row of a can only meet a row of b within its span, so the share of pairs
+// where either row meets the other's span bounds the result. Shares of the
+// non-null pairs.
 template <typename Column>
 double overlapJoin(const Column& a, const Column& b) {
     double q = 0;
@@ -625,7 +676,9 @@ double overlapJoin(const Column& a, const Column& b) {
     q = clampProbability(q);
     const double pairs = a.averageOverRows(
         [&](double k) { return b.averageOverRows([&](double l) { return 1.0 - std::pow(1.0 - q, k * l); }); });
-    return clampProbability((1.0 - a.emptyFraction()) * (1.0 - b.emptyFraction()) * pairs);
+    const double bound = std::min((1.0 - b.emptyFraction()) * spanMeeting(a, b),
+                                  (1.0 - a.emptyFraction()) * spanMeeting(b, a));
+    return clampProbability(std::min((1.0 - a.emptyFraction()) * (1.0 - b.emptyFraction()) * pairs, bound));
 }
 
 // Join of a set column with an int4 column by membership: the share `share`

@@ -56,23 +56,6 @@ private:
     set::RangeCursor cursor_;
 };
 
-// One run, as an operand.
-class OneRun {
-public:
-    OneRun(int64_t lo, int64_t hi) : lo_(lo), hi_(hi) {}
-    bool next(int64_t& lo, int64_t& hi) {
-        if (done_) return false;
-        done_ = true;
-        lo = lo_;
-        hi = hi_;
-        return true;
-    }
-
-private:
-    int64_t lo_, hi_;
-    bool done_ = false;
-};
-
 // ---- ANALYZE
 
 struct AnalyzeState {
@@ -324,9 +307,9 @@ double constantSelectivity(const SetColumn& col, double nullfrac, const Signatur
             if (t == Test::Contains)
                 p = nonEmpty ? col.containsRange(r.lower, r.upper) : 1.0;
             else if (t == Test::Within)
-                p = nonEmpty ? col.within(OneRun(r.lower, r.upper)) : col.emptyFraction();
+                p = nonEmpty ? col.within(setstats::SingleRun(r.lower, r.upper)) : col.emptyFraction();
             else
-                p = nonEmpty ? col.meets(OneRun(r.lower, r.upper)) : 0.0;
+                p = nonEmpty ? col.meets(setstats::SingleRun(r.lower, r.upper)) : 0.0;
             break;
         }
         case Operand::Set: p = setAgainstSet(col, t, payloadOf(operand)); break;

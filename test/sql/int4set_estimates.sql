@@ -5,35 +5,11 @@
 SET default_statistics_target = 100;
 SET max_parallel_workers_per_gather = 0;
 
--- Ranges: 20 a row over [0, 10^7), widths below 20,000.
-CREATE TABLE set_ranges AS
-SELECT i AS id, (SELECT int4set_agg(lo, lo + w, 'r')
-                 FROM (SELECT (hashint4(i * 20 + k) & 2147483647) % 10000000 AS lo,
-                              (hashint4(-(i * 20 + k)) & 2147483647) % 20000 AS w
-                       FROM generate_series(0, 19) k) r)::int4set AS s
-FROM generate_series(1, 20000) i;
--- Short ranges: 4 a row over [0, 10^6), widths below 100; one row in ten holds [500000, 500009].
-CREATE TABLE set_short AS
-SELECT i AS id, (SELECT int4set_agg(lo, lo + w, 'r')
-                 FROM (SELECT CASE WHEN k = 0 AND i % 10 = 0 THEN 500000 ELSE (hashint4(i * 4 + k) & 2147483647) % 1000000 END AS lo,
-                              CASE WHEN k = 0 AND i % 10 = 0 THEN 9 ELSE (hashint4(-(i * 4 + k)) & 2147483647) % 100 END AS w
-                       FROM generate_series(0, 3) k) r)::int4set AS s
-FROM generate_series(1, 20000) i;
--- Scattered members: 1,000 a row over [0, 10^7), one in a hundred from 50 hot values (multiples of 1,000 below 50,000).
-CREATE TABLE set_members AS
-SELECT i AS id, (SELECT int4set_agg(CASE WHEN h % 100 = 0 THEN ((h / 100) % 50) * 1000 ELSE h % 10000000 END, 'r')
-                 FROM (SELECT hashint4(i * 1000 + k) & 2147483647 AS h FROM generate_series(0, 999) k) m)::int4set AS s
-FROM generate_series(1, 10000) i;
--- Few scattered members: 1 to 50 a row over [0, 100000); a row in 20 NULL, one in 20 empty.
-CREATE TABLE set_few AS
-SELECT i AS id, CASE WHEN i % 20 = 0 THEN NULL WHEN i % 20 = 1 THEN '{}'::int4set
-                     ELSE (SELECT int4set_agg((hashint4(i * 64 + k) & 2147483647) % 100000, 'r')
-                           FROM generate_series(0, (hashint4(-i) & 2147483647) % 50) k)::int4set END AS s
-FROM generate_series(1, 2000) i;
--- int4 values for the joins: a quarter the hot members, the rest over [0, 10^7).
-CREATE TABLE set_probes AS
-SELECT i AS id, CASE WHEN i % 4 = 0 THEN (i % 50) * 1000 ELSE (hashint4(i + 77) & 2147483647) % 10000000 END AS v
-FROM generate_series(1, 1000) i;
+\set ranges_rows 20000
+\set short_rows 20000
+\set members_rows 10000
+\set probes_rows 1000
+\i sql/include/int4set_shapes.psql
 -- A tenth of the short ranges, for a join of two set columns.
 CREATE TABLE set_short_part AS SELECT * FROM set_short WHERE id % 10 = 3;
 ANALYZE set_ranges, set_short, set_members, set_few, set_probes, set_short_part;
