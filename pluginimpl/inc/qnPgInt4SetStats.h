@@ -189,6 +189,7 @@ public:
         double classWeight[kClasses] = {}, common = 0;
         for (const Segment& s : segs_)
             for (uint64_t r = s.begin; r < s.begin + s.count; ++r) {
+                tick();
                 if (isCommon(runs_[r], out))
                     common += s.weight;
                 else
@@ -330,6 +331,7 @@ private:
             while (i + 1 < items.size() && below + items[i].w <= at) {
                 below += items[i].w;
                 ++i;
+                tick();
             }
             out(k, items[i].x);
         }
