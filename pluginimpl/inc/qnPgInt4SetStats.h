@@ -17,7 +17,7 @@
 // Runs are split by width into 33 classes (width 0, then [2^k, 2^(k+1)));
 // within a class, upper ends follow a histogram of their own (equal-population
 // quantiles) and widths a few quantiles, drawn independently. The classes keep
-// position and width tied where it matters (long ranges over one part of the
+// position and width tied where it matters (long ranges over one stretch of the
 // line and lone members over another), and the histograms keep lone hot values
 // (a value many rows hold as a short run is a repeated bound: a one-value
 // bucket). The model of one class is that of a packed-range column

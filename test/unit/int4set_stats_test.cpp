@@ -149,7 +149,7 @@ TEST(Int4SetStats, RangesAgainstTheTruth) {
     EXPECT_GT(a.polls, 0);
 }
 
-// A population mixing long ranges over one part of the line with lone members
+// A population mixing long ranges over one stretch of the line with lone members
 // over another: position and width must stay tied.
 TEST(Int4SetStats, WidthClassesKeepPositionAndWidthTogether) {
     std::mt19937 rng(11);
