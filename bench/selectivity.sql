@@ -38,23 +38,7 @@ SELECT (SELECT int4set_agg(g * 50000 + 1000, g * 50000 + 1499, 'r') FROM generat
        (SELECT int4set_agg(v, 'r') FROM (SELECT v FROM nums WHERE id % 10 = 2 ORDER BY id LIMIT 100) s) AS points,
        (SELECT int4set_agg(g * 100003, 'r') FROM generate_series(0, 99) g) AS absent;
 
--- The estimated rows of the query's top plan node.
-CREATE FUNCTION pg_temp.est(query text) RETURNS float8 LANGUAGE plpgsql AS $$
-DECLARE plan json;
-BEGIN
-    IF query IS NULL THEN RETURN NULL; END IF;
-    EXECUTE 'EXPLAIN (FORMAT JSON) ' || query INTO plan;
-    RETURN (plan -> 0 -> 'Plan' ->> 'Plan Rows')::float8;
-END $$;
-CREATE FUNCTION pg_temp.act(query text) RETURNS bigint LANGUAGE plpgsql AS $$
-DECLARE n bigint;
-BEGIN
-    EXECUTE 'SELECT count(*) FROM (' || query || ') q' INTO n;
-    RETURN n;
-END $$;
-CREATE FUNCTION pg_temp.qerr(est float8, act bigint) RETURNS numeric LANGUAGE sql AS $$
-    SELECT round(greatest(est / greatest(act, 1), greatest(act, 1) / est)::numeric, 2)
-$$;
+\ir include/qerror.psql
 -- Literals for the query texts.
 CREATE FUNCTION pg_temp.lit(a int4[]) RETURNS text LANGUAGE sql AS $$ SELECT quote_literal(a::text) || '::int4[]' $$;
 CREATE FUNCTION pg_temp.bf(a int4[]) RETURNS text LANGUAGE sql AS $$

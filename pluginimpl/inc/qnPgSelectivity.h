@@ -344,25 +344,42 @@ public:
             uppers_[i] = upper;
             widths_[i] = upper > lower ? upper - lower : 0;
         }
+        return finish(n);
+    }
+
+    // From n upper bounds and nw widths (upper - lower, >= 0) given apart, each
+    // set of equal weight: quantiles of the two, which the model takes as
+    // independent anyway. False (and unusable) when n < 2 or nw < 1.
+    bool build(const int64_t* uppers, int n, const int64_t* widths, int nw) {
+        if (uppers == nullptr || widths == nullptr || n < 2 || nw < 1) return false;
+        if (!uppers_.resize(n) || !widths_.resize(nw)) return false;
+        std::memcpy(uppers_.data(), uppers, sizeof(int64_t) * n);
+        std::memcpy(widths_.data(), widths, sizeof(int64_t) * nw);
+        return finish(n);
+    }
+
+private:
+    bool finish(int n) {
+        const int nw = static_cast<int>(widths_.size());
         std::sort(uppers_.begin(), uppers_.end());
         std::sort(widths_.begin(), widths_.end());
         int distinct = 1;
-        for (int i = 1; i < n; ++i) distinct += widths_[i] != widths_[i - 1];
+        for (int i = 1; i < nw; ++i) distinct += widths_[i] != widths_[i - 1];
         const int groups = std::min(distinct, kMaxWidths);
         if (!cumWeight_.resize(groups + 1) || !cumWidth_.resize(groups + 1)) return false;
         cumWeight_[0] = cumWidth_[0] = 0;
         int g = 0;
-        for (int i = 0; i < n;) {
-            // One group: equal widths, or, when merging, the next n / groups of them.
+        for (int i = 0; i < nw;) {
+            // One group: equal widths, or, when merging, the next nw / groups of them.
             int j = i + 1;
             if (distinct <= kMaxWidths) {
-                while (j < n && widths_[j] == widths_[i]) ++j;
+                while (j < nw && widths_[j] == widths_[i]) ++j;
             } else {
-                j = std::max(j, static_cast<int>(static_cast<int64_t>(g + 1) * n / groups));
+                j = std::max(j, static_cast<int>(static_cast<int64_t>(g + 1) * nw / groups));
             }
             double sum = 0;
             for (int k = i; k < j; ++k) sum += static_cast<double>(widths_[k]);
-            const double share = static_cast<double>(j - i) / n;
+            const double share = static_cast<double>(j - i) / nw;
             widths_[g] = static_cast<int64_t>(sum / (j - i) + 0.5);
             cumWeight_[g + 1] = cumWeight_[g] + share;
             cumWidth_[g + 1] = cumWidth_[g] + share * static_cast<double>(widths_[g]);
@@ -374,9 +391,13 @@ public:
         return true;
     }
 
+public:
+
     // F(x): share of the ranges whose upper bound is <= x.
     double atMost(int64_t x) const { return hist_.atMost(x); }
 
+    int upperCount() const { return static_cast<int>(uppers_.size()); }
+    int64_t upper(int i) const { return uppers_[i]; }
     int widthCount() const { return static_cast<int>(widths_.size()); }
     int64_t width(int k) const { return widths_[k]; }
     double weight(int k) const { return cumWeight_[k + 1] - cumWeight_[k]; }

@@ -237,6 +237,7 @@ Datum combineInPlace(FunctionCallInfo fcinfo, const char* identifier, Merge merg
 // upper is the empty range. int4MultirangeRanges gives n ranges, ascending and
 // apart, in a new allocation; int4MultirangeDatum takes normalised ranges.
 bool int4RangeArgument(FunctionCallInfo fcinfo, int argno, RangeInt& out);
+bool int4RangeValue(Datum value, RangeInt& out);  // the same of a value (detoasted here)
 Datum int4RangeDatum(int32 lower, int32 upper);
 #ifdef QN_HAVE_MULTIRANGES
 RangeInt* int4MultirangeRanges(FunctionCallInfo fcinfo, int argno, uint64& n);

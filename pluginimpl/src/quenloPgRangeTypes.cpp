@@ -127,7 +127,11 @@ RowsState* startRows(FunctionCallInfo fcinfo, FuncCallContext* funcctx, const ch
 namespace qn::pg {
 
 bool int4RangeArgument(FunctionCallInfo fcinfo, int argno, RangeInt& out) {
-    const RangeType* range = PG_GETARG_RANGE_P(argno);
+    return int4RangeValue(PG_GETARG_DATUM(argno), out);
+}
+
+bool int4RangeValue(Datum value, RangeInt& out) {
+    const RangeType* range = DatumGetRangeTypeP(value);
     RangeBound lower, upper;
     bool empty = false;
     range_deserialize(int4RangeTypeCache(), range, &lower, &upper, &empty);

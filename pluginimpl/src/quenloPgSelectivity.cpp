@@ -18,6 +18,7 @@
 // - no statistics: the server's defaults for comparable clauses.
 #include "qnPgGistRange.h"
 #include "qnPgSelectivity.h"
+#include "quenloPgStatistics.h"
 #include "quenloPgUtils.h"
 
 // The planner's headers reach the spinlock code, whose `register` C++17 refuses.
@@ -42,7 +43,6 @@ extern "C" {
 #include "optimizer/plancat.h"
 #include "utils/datum.h"
 #include "utils/lsyscache.h"
-#include "utils/selfuncs.h"
 }
 #pragma GCC diagnostic pop
 
@@ -50,7 +50,10 @@ using qn::gist::Strategy;
 using qn::selectivity::ColumnStats;
 using qn::selectivity::PackedTest;
 using qn::selectivity::RangeInt;
-using Model = qn::selectivity::PackedRangeModel<palloc, pfree>;
+using Model = qn::pg::PackedModel;
+using qn::pg::loadColumn;
+using qn::pg::Samples;
+using qn::pg::sampleColumn;
 
 namespace {
 
@@ -154,104 +157,6 @@ double defaultJoinSelectivity(Strategy s) {
 }
 
 RangeInt unpack(int64 packed) { return {qn::pgRangeArray::packedLower(packed), qn::pgRangeArray::packedUpper(packed)}; }
-
-// Whether the column's statistics may be used: there are some, of the
-// expected type or a domain over it, and the user may read them (or the
-// operator is leakproof).
-bool statisticsUsable(VariableStatData* vd, Oid type, Oid opfunc) {
-    return HeapTupleIsValid(vd->statsTuple) && getBaseType(vd->atttype) == type &&
-           statistic_proc_security_check(vd, opfunc);
-}
-
-// A column's statistics; a packed-range column's histogram also builds its
-// model. Without usable statistics `c` is left empty, which the estimates read
-// as "use the defaults", and the result is false.
-void pollInterrupts() { CHECK_FOR_INTERRUPTS(); }
-
-bool loadColumn(VariableStatData* vd, Oid type, Oid opfunc, ColumnStats& c, Model& model, bool& haveModel) {
-    c = ColumnStats();
-    c.poll = pollInterrupts;
-    haveModel = false;
-    if (!statisticsUsable(vd, type, opfunc)) return false;
-    c.nullfrac = reinterpret_cast<Form_pg_statistic>(GETSTRUCT(vd->statsTuple))->stanullfrac;
-    auto read = [type](Datum d) -> int64 { return type == INT4OID ? DatumGetInt32(d) : DatumGetInt64(d); };
-    AttStatsSlot slot;
-    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_MCV, InvalidOid,
-                         ATTSTATSSLOT_VALUES | ATTSTATSSLOT_NUMBERS)) {
-        if (slot.nvalues == slot.nnumbers && slot.nvalues > 0) {
-            auto* values = static_cast<int64*>(palloc(sizeof(int64) * slot.nvalues));
-            auto* freqs = static_cast<double*>(palloc(sizeof(double) * slot.nvalues));
-            for (int i = 0; i < slot.nvalues; ++i) {
-                values[i] = read(slot.values[i]);
-                freqs[i] = slot.numbers[i];
-            }
-            c.mcv = values;
-            c.mcvFreq = freqs;
-            c.nmcv = slot.nvalues;
-        }
-        free_attstatsslot(&slot);
-    }
-    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_HISTOGRAM, InvalidOid, ATTSTATSSLOT_VALUES)) {
-        auto* bounds = static_cast<int64*>(palloc(sizeof(int64) * Max(slot.nvalues, 1)));
-        for (int i = 0; i < slot.nvalues; ++i) bounds[i] = read(slot.values[i]);
-        c.bounds = bounds;
-        c.nbounds = slot.nvalues;
-        free_attstatsslot(&slot);
-    }
-    if (type == INT4OID) {
-        bool isDefault = true;
-        const double distinct = get_variable_numdistinct(vd, &isDefault);
-        if (!isDefault) c.distinct = distinct;
-    } else {
-        haveModel = model.build(c.bounds, c.nbounds);
-    }
-    return true;
-}
-
-// Sampled values of a column with their shares of the rows: the most common
-// values (the 100 most frequent) at their frequencies, and up to 100 histogram
-// bounds sharing the rest evenly. The values are copied out of the statistics.
-struct Samples {
-    int n = 0;
-    int nmcv = 0;  // the first nmcv values are most common values
-    Datum* values = nullptr;
-    double* weights = nullptr;
-};
-constexpr int kMaxSampled = 100;
-
-bool sampleColumn(VariableStatData* vd, Oid type, Oid opfunc, Samples& out) {
-    out = Samples();
-    if (!statisticsUsable(vd, type, opfunc)) return false;
-    int16 typlen;
-    bool typbyval;
-    get_typlenbyval(type, &typlen, &typbyval);
-    out.values = static_cast<Datum*>(palloc(sizeof(Datum) * 2 * kMaxSampled));
-    out.weights = static_cast<double*>(palloc(sizeof(double) * 2 * kMaxSampled));
-    double rest = 1.0 - reinterpret_cast<Form_pg_statistic>(GETSTRUCT(vd->statsTuple))->stanullfrac;
-    AttStatsSlot slot;
-    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_MCV, InvalidOid,
-                         ATTSTATSSLOT_VALUES | ATTSTATSSLOT_NUMBERS)) {
-        if (slot.nvalues == slot.nnumbers) {
-            for (int i = 0; i < slot.nvalues && i < kMaxSampled; ++i) {
-                out.values[out.n] = datumCopy(slot.values[i], typbyval, typlen);
-                out.weights[out.n++] = slot.numbers[i];
-                rest -= slot.numbers[i];
-            }
-        }
-        out.nmcv = out.n;
-        free_attstatsslot(&slot);
-    }
-    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_HISTOGRAM, InvalidOid, ATTSTATSSLOT_VALUES)) {
-        const int step = (slot.nvalues + kMaxSampled - 1) / kMaxSampled;
-        const int taken = step > 0 ? (slot.nvalues + step - 1) / step : 0;
-        for (int i = 0; i < slot.nvalues; i += step) {
-            out.values[out.n] = datumCopy(slot.values[i], typbyval, typlen);
-            out.weights[out.n++] = qn::selectivity::clampProbability(rest) / taken;
-        }
-        free_attstatsslot(&slot);
-    }
-    return out.n > 0;
-}
 
 // The selectivity of the reading for one constant operand (not NULL).
 double estimateConstant(Reading r, const ColumnStats& c, const Model* model, Datum operand) {
@@ -447,6 +352,93 @@ bool joinSetsBySamples(const OperatorSignature& op, Oid opfunc, VariableStatData
 }
 
 }  // namespace
+
+namespace qn::pg {
+
+bool statisticsUsable(VariableStatData* vd, Oid type, Oid opfunc) {
+    return HeapTupleIsValid(vd->statsTuple) && getBaseType(vd->atttype) == type &&
+           statistic_proc_security_check(vd, opfunc);
+}
+
+void pollInterrupts() { CHECK_FOR_INTERRUPTS(); }
+
+bool loadColumn(VariableStatData* vd, Oid type, Oid opfunc, ColumnStats& c, PackedModel& model, bool& haveModel) {
+    c = ColumnStats();
+    c.poll = pollInterrupts;
+    haveModel = false;
+    if (!statisticsUsable(vd, type, opfunc)) return false;
+    c.nullfrac = reinterpret_cast<Form_pg_statistic>(GETSTRUCT(vd->statsTuple))->stanullfrac;
+    auto read = [type](Datum d) -> int64 { return type == INT4OID ? DatumGetInt32(d) : DatumGetInt64(d); };
+    AttStatsSlot slot;
+    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_MCV, InvalidOid,
+                         ATTSTATSSLOT_VALUES | ATTSTATSSLOT_NUMBERS)) {
+        if (slot.nvalues == slot.nnumbers && slot.nvalues > 0) {
+            auto* values = static_cast<int64*>(palloc(sizeof(int64) * slot.nvalues));
+            auto* freqs = static_cast<double*>(palloc(sizeof(double) * slot.nvalues));
+            for (int i = 0; i < slot.nvalues; ++i) {
+                values[i] = read(slot.values[i]);
+                freqs[i] = slot.numbers[i];
+            }
+            c.mcv = values;
+            c.mcvFreq = freqs;
+            c.nmcv = slot.nvalues;
+        }
+        free_attstatsslot(&slot);
+    }
+    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_HISTOGRAM, InvalidOid, ATTSTATSSLOT_VALUES)) {
+        auto* bounds = static_cast<int64*>(palloc(sizeof(int64) * Max(slot.nvalues, 1)));
+        for (int i = 0; i < slot.nvalues; ++i) bounds[i] = read(slot.values[i]);
+        c.bounds = bounds;
+        c.nbounds = slot.nvalues;
+        free_attstatsslot(&slot);
+    }
+    if (type == INT4OID) {
+        bool isDefault = true;
+        const double distinct = get_variable_numdistinct(vd, &isDefault);
+        if (!isDefault) c.distinct = distinct;
+    } else {
+        haveModel = model.build(c.bounds, c.nbounds);
+    }
+    return true;
+}
+
+constexpr int kMaxSampled = 100;
+
+bool sampleColumn(VariableStatData* vd, Oid type, Oid opfunc, Samples& out) {
+    out = Samples();
+    if (!statisticsUsable(vd, type, opfunc)) return false;
+    int16 typlen;
+    bool typbyval;
+    get_typlenbyval(type, &typlen, &typbyval);
+    out.values = static_cast<Datum*>(palloc(sizeof(Datum) * 2 * kMaxSampled));
+    out.weights = static_cast<double*>(palloc(sizeof(double) * 2 * kMaxSampled));
+    double rest = 1.0 - reinterpret_cast<Form_pg_statistic>(GETSTRUCT(vd->statsTuple))->stanullfrac;
+    AttStatsSlot slot;
+    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_MCV, InvalidOid,
+                         ATTSTATSSLOT_VALUES | ATTSTATSSLOT_NUMBERS)) {
+        if (slot.nvalues == slot.nnumbers) {
+            for (int i = 0; i < slot.nvalues && i < kMaxSampled; ++i) {
+                out.values[out.n] = datumCopy(slot.values[i], typbyval, typlen);
+                out.weights[out.n++] = slot.numbers[i];
+                rest -= slot.numbers[i];
+            }
+        }
+        out.nmcv = out.n;
+        free_attstatsslot(&slot);
+    }
+    if (get_attstatsslot(&slot, vd->statsTuple, STATISTIC_KIND_HISTOGRAM, InvalidOid, ATTSTATSSLOT_VALUES)) {
+        const int step = (slot.nvalues + kMaxSampled - 1) / kMaxSampled;
+        const int taken = step > 0 ? (slot.nvalues + step - 1) / step : 0;
+        for (int i = 0; i < slot.nvalues; i += step) {
+            out.values[out.n] = datumCopy(slot.values[i], typbyval, typlen);
+            out.weights[out.n++] = qn::selectivity::clampProbability(rest) / taken;
+        }
+        free_attstatsslot(&slot);
+    }
+    return out.n > 0;
+}
+
+}  // namespace qn::pg
 
 QN_FUNCTION_INFO_V1(qn_range_sel)
 QN_FUNCTION_INFO_V1(qn_range_joinsel)
