@@ -69,8 +69,8 @@ inline uint32_t mergeWithStored(const uint16_t* a, uint32_t na, const Chunk& b, 
     return m;
 }
 
-// Writes chunk key as the union of the m containers c: arrays merged while
-// they are small together, else everything set in one bitmap.
+// Writes chunk key as the union of the m containers c: a few arrays merged
+// while they are small together, else everything set in one bitmap.
 template <qn::pg::AllocFn A, qn::pg::FreeFn F>
 void uniteContainers(Writer<A, F>& w, uint32_t key, const Chunk* c, uint32_t m, ManyScratch& s, uint64_t& work) {
     uint32_t total = 0;
@@ -80,7 +80,7 @@ void uniteContainers(Writer<A, F>& w, uint32_t key, const Chunk* c, uint32_t m, 
         total += c[k].count;
     }
     work += total;
-    if (arrays && total <= 2 * kArrayMax) {
+    if (arrays && m <= 4 && total <= 2 * kArrayMax) {
         uint32_t n = mergeArrays<Op::Or>(c[0], c[1], s.merged[0]);
         for (uint32_t k = 2; k < m; ++k) n = mergeWithStored(s.merged[k % 2], n, c[k], s.merged[1 - k % 2]);
         return w.values(key, s.merged[m % 2], n);
@@ -205,7 +205,7 @@ class Accumulator {
 public:
     static constexpr uint32_t kFirstValues = 16;
     static constexpr size_t kPendingFloor = 64 * 1024;
-    static constexpr uint32_t kPendingMax = 64;
+    static constexpr uint32_t kPendingMax = 256;
 
     // A zeroed accumulator is a valid empty one for union; init sets the op.
     void init(AggOp op) { op_ = op; }
