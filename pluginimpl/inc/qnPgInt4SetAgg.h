@@ -69,10 +69,11 @@ inline uint32_t mergeWithStored(const uint16_t* a, uint32_t na, const Chunk& b, 
     return m;
 }
 
-// Writes chunk key as the union of the m containers c: a few arrays merged
-// while they are small together, else everything set in one bitmap.
+// Writes chunk key as the union of the m containers c (reordered): up to 16
+// arrays merged, smallest first, while they are small together, else
+// everything set in one bitmap.
 template <qn::pg::AllocFn A, qn::pg::FreeFn F>
-void uniteContainers(Writer<A, F>& w, uint32_t key, const Chunk* c, uint32_t m, ManyScratch& s, uint64_t& work) {
+void uniteContainers(Writer<A, F>& w, uint32_t key, Chunk* c, uint32_t m, ManyScratch& s, uint64_t& work) {
     uint32_t total = 0;
     bool arrays = true;
     for (uint32_t k = 0; k < m; ++k) {
@@ -80,7 +81,14 @@ void uniteContainers(Writer<A, F>& w, uint32_t key, const Chunk* c, uint32_t m, 
         total += c[k].count;
     }
     work += total;
-    if (arrays && m <= 4 && total <= 2 * kArrayMax) {
+    if (arrays && m <= 16 && total <= 2 * kArrayMax) {
+        // Smallest first, so that a large array is merged once, not once a part.
+        for (uint32_t k = 1; k < m; ++k)
+            for (uint32_t j = k; j > 0 && c[j].count < c[j - 1].count; --j) {
+                const Chunk x = c[j];
+                c[j] = c[j - 1];
+                c[j - 1] = x;
+            }
         uint32_t n = mergeArrays<Op::Or>(c[0], c[1], s.merged[0]);
         for (uint32_t k = 2; k < m; ++k) n = mergeWithStored(s.merged[k % 2], n, c[k], s.merged[1 - k % 2]);
         return w.values(key, s.merged[m % 2], n);
