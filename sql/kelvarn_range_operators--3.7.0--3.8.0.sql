@@ -127,3 +127,12 @@ ALTER OPERATOR >> (int4set, int4set) SET (RESTRICT = int4set_sel);
 ALTER OPERATOR &< (int4set, int4set) SET (RESTRICT = int4set_sel);
 ALTER OPERATOR &> (int4set, int4set) SET (RESTRICT = int4set_sel);
 ALTER OPERATOR -|- (int4set, int4set) SET (RESTRICT = int4set_sel);
+
+-- int4set aggregates: partial states read in place
+--
+-- The deserialise function takes the bytes a serialise function made (only the
+-- executor holds its internal argument) as they are: the set is neither
+-- checked again nor copied before the combine function merges it.
+
+COMMENT ON FUNCTION @extschema@.qn_int4set_aggregate_deserialfn(pg_catalog.bytea, pg_catalog.internal) IS
+    'deserialise function of the int4set aggregates: reads a serialise function''s bytes in place';

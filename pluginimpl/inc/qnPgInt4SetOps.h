@@ -452,9 +452,10 @@ Status combine(const uint8_t* a, size_t sa, const uint8_t* b, size_t sb, size_t 
     if (st != Status::Ok) return st;
     if (lists) return combineLists<op, A, F>(va, vb, headerRoom, out, poll);
     Writer<A, F> w;
-    // The containers of the result take about as many bytes as those of the
-    // larger side (a union), the smaller (an intersection) or a (a difference).
-    w.reserve(op == Op::Or ? (va.dataSize > vb.dataSize ? va.dataSize : vb.dataSize)
+    // The containers of the result take at most about as many bytes as those
+    // of both sides (a union: taken at once, the untouched part costs nothing),
+    // the smaller (an intersection) or a (a difference).
+    w.reserve(op == Op::Or ? va.dataSize + vb.dataSize
               : op == Op::And ? (va.dataSize < vb.dataSize ? va.dataSize : vb.dataSize)
                               : va.dataSize);
     ScratchHolder<A, F> scratch;

@@ -132,7 +132,11 @@ Datum qn_int4set_aggregate_serialfn(PG_FUNCTION_ARGS) {
     PG_RETURN_BYTEA_P(reinterpret_cast<bytea*>(e.buffer));
 }
 
-// A state from its serialised form, every byte checked.
+// A state from its serialised form. The bytes are a serialise function's
+// (only the executor holds the internal argument), so the set is not validated
+// again, and the state borrows it: the combine function reads it while the
+// serialised value lives, and copies what it keeps. Its readers stay within
+// its bytes whatever they hold.
 Datum qn_int4set_aggregate_deserialfn(PG_FUNCTION_ARGS) {
     const char* function = "qn_int4set_aggregate_deserialfn";
     auto* state = qn::pg::newDeserialisedState<SetAggState>(fcinfo, function);
@@ -142,12 +146,6 @@ Datum qn_int4set_aggregate_deserialfn(PG_FUNCTION_ARGS) {
     if (size == 0 || (bytes[0] & ~(kSeen | kIntersect)) || ((bytes[0] & kSeen) == 0) != (size == 1))
         QN_ERROR(ERRCODE_INVALID_BINARY_REPRESENTATION, function, "invalid int4set aggregate state");
     state->acc.init(bytes[0] & kIntersect ? set::AggOp::Intersect : set::AggOp::Union);
-    if (bytes[0] & kSeen) {
-        const set::Status status = set::validate(bytes + 1, size - 1, PollInterrupts{});
-        if (status != set::Status::Ok)
-            QN_ERROR(ERRCODE_INVALID_BINARY_REPRESENTATION, function, "invalid int4set aggregate state: %s",
-                     set::statusMessage(status));
-        check(state->acc.addSet(bytes + 1, size - 1, PollInterrupts{}), function);
-    }
+    if (bytes[0] & kSeen) state->acc.borrowSet(bytes + 1, size - 1);
     PG_RETURN_POINTER(state);
 }

@@ -420,6 +420,16 @@ TEST(Int4Set, OneSetOnePayload) {
     std::shuffle(members.begin(), members.end(), rng);
     ASSERT_EQ((buildFromMembers<malloc, free>(members.data(), members.size(), 0, e)), Status::Ok);
     EXPECT_EQ(own(e), b);
+    // Sorted in place, with repeats and the line's ends added to a copy.
+    std::vector<int32_t> values = members;
+    values.insert(values.end(), members.begin(), members.begin() + 1000);
+    ASSERT_EQ((buildFromValues<malloc, free>(values.data(), values.size(), 0, e)), Status::Ok);
+    EXPECT_EQ(own(e), b);
+    values = {INT32_MAX, INT32_MIN, 7, INT32_MAX, INT32_MIN};
+    ASSERT_EQ((buildFromValues<malloc, free>(values.data(), values.size(), 0, e)), Status::Ok);
+    EXPECT_EQ(own(e), encode({{kMin, kMin}, {7, 7}, {kMax, kMax}}));
+    ASSERT_EQ((buildFromValues<malloc, free>(values.data(), 0, 0, e)), Status::Ok);
+    EXPECT_EQ(own(e), encode(Model{}));
     Bytes parsed;
     ASSERT_EQ(parse("{ 1048576..1048586,131072 .. 196607,-5, 0..70000 , -300000..-299000,70000}", parsed).error,
               TextError::None);
@@ -565,13 +575,17 @@ TEST(Int4Set, AllocationFailures) {
         allocations = 0;
         Encoded u, p;
         Text t;
+        int32_t values[] = {5, -1, 70000, 5};
         const Status su = unite<flaky, free>(a.data(), a.size(), b.data(), b.size(), 0, u);
         const Status st = formatText<flaky, free>(a.data(), a.size(), t);
         const TextError sp = parseText<flaky, free>("{1,5,3}", 7, 0, p).error;
         std::free(u.buffer), std::free(p.buffer), std::free(t.chars);
-        if (su == Status::Ok && st == Status::Ok && sp == TextError::None) break;
+        const Status sv = buildFromValues<flaky, free>(values, 4, 0, u);
+        std::free(u.buffer);
+        if (su == Status::Ok && st == Status::Ok && sp == TextError::None && sv == Status::Ok) break;
         EXPECT_TRUE((su == Status::Ok || su == Status::OutOfMemory) && (st == Status::Ok || st == Status::OutOfMemory) &&
-                    (sp == TextError::None || sp == TextError::OutOfMemory));
+                    (sp == TextError::None || sp == TextError::OutOfMemory) &&
+                    (sv == Status::Ok || sv == Status::OutOfMemory));
     }
     EXPECT_GT(failAt, 3);
 }
@@ -587,6 +601,10 @@ TEST(Int4Set, LongLoopsPoll) {
     const int building = polls;
     ASSERT_EQ((unite<malloc, free>(e.payload, e.size, e.payload, e.size, 0, u, poll)), Status::Ok);
     EXPECT_TRUE(building > 0 && polls > building + 1 && equals(u.payload, u.size, e.payload, e.size));
+    std::free(u.buffer);
+    polls = 0;
+    ASSERT_EQ((buildFromValues<malloc, free>(members.data(), members.size(), 0, u, poll)), Status::Ok);
+    EXPECT_TRUE(polls > 2 && equals(u.payload, u.size, e.payload, e.size));
     std::free(u.buffer), std::free(e.buffer);
 }
 
