@@ -29,7 +29,7 @@ SELECT CASE WHEN :'has_soft_errors' THEN pg_temp.run($$SELECT string_agg(pg_inpu
 -- difference where the first set stays below 2147483647; int4multirange checks both everywhere (below).
 SELECT setseed(0.25);
 CREATE TEMP TABLE sets AS
-WITH spec AS (
+WITH shape AS (
     SELECT i, (ARRAY[5, 12, 17, 22, 33])[1 + floor(random() * 5)::int] AS spread,
            (ARRAY[0, 0, 4, 300, 70000, 30000000])[1 + floor(random() * 6)::int] AS width,
            floor(random() * 300)::int AS n, random() < 0.25 AS ends,
@@ -37,7 +37,7 @@ WITH spec AS (
     FROM generate_series(1, 300) i)
 SELECT i, qn_rangearray_normalise(coalesce(array_agg(v::int4 ORDER BY j, k), '{}')
                                   || CASE WHEN ends THEN '{-2147483648,-2147483000,2147483000,2147483647}'::int4[] END) AS a
-FROM spec LEFT JOIN LATERAL (
+FROM shape LEFT JOIN LATERAL (
     SELECT j, greatest(-2147483648, least(2147483647, centre + floor((random() - 0.5) * 2 ^ spread)))::bigint AS lo
     FROM generate_series(1, n) j) m ON true
 LEFT JOIN LATERAL (VALUES (1, lo), (2, least(2147483647, lo + floor(random() * width)))) p(k, v) ON m.j IS NOT NULL
