@@ -1,6 +1,6 @@
 // The int4set aggregates' accumulator against a std::set model, on enough rows
 // to fold the value buffer and reduce the pending list many times, with states
-// merged as parallel plans merge them and results asked for between rows.
+// merged as parallel plans merge them (every plan's answers: aggregate_plans.sql).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -42,42 +42,6 @@ Members randomSet(std::mt19937& rng, int n, int32_t spread) {
     const int32_t base = start(rng);
     for (int i = 0; i < n; ++i) m.insert(base + static_cast<int32_t>(rng() % static_cast<uint32_t>(spread)));
     return m;
-}
-
-TEST(Int4SetAgg, ValuesFoldIntoTheSet) {
-    std::mt19937 rng(7);
-    Acc acc{};
-    acc.init(AggOp::Union);
-    Members model;
-    for (int i = 0; i < 200000; ++i) {
-        const int32_t v = i % 3 == 0 ? static_cast<int32_t>(rng()) : static_cast<int32_t>(rng() % 50000);
-        ASSERT_EQ(acc.addValue(v, NoPoll{}), Status::Ok);
-        model.insert(v);
-        if (i % 40000 == 0) expectHolds(acc, model);
-    }
-    expectHolds(acc, model);
-    acc.release();
-}
-
-TEST(Int4SetAgg, SetsUniteAndStatesMerge) {
-    std::mt19937 rng(11);
-    Acc parts[3]{};
-    Members model;
-    for (Acc& a : parts) a.init(AggOp::Union);
-    for (int i = 0; i < 600; ++i) {
-        const Members m = randomSet(rng, 1 + static_cast<int>(rng() % 200), i % 2 ? 1 << 20 : 1000);
-        const std::vector<uint8_t> p = payloadOf(m);
-        ASSERT_EQ(parts[i % 3].addSet(p.data(), p.size(), NoPoll{}), Status::Ok);
-        ASSERT_EQ(parts[i % 3].addValue(-i, NoPoll{}), Status::Ok);
-        model.insert(m.begin(), m.end());
-        model.insert(-i);
-    }
-    Acc merged{};
-    merged.init(AggOp::Union);
-    for (const Acc& a : parts) ASSERT_EQ(merged.addAll(a, NoPoll{}), Status::Ok);
-    expectHolds(merged, model);
-    for (Acc& a : parts) a.release();
-    merged.release();
 }
 
 // Many states merged as a parallel plan's leader merges its workers': chunks

@@ -1,6 +1,8 @@
 // int4set statistics: populations of sets gathered as ANALYZE gathers them,
 // stored and read back through the stored layout, and the estimates checked
-// against the true shares counted on the population itself.
+// against the true shares counted on the population itself, where the server
+// cannot be led (mixed width classes, the run budget, heavy rows, damaged
+// statistics). The shapes the estimates are built for: int4set_estimates.sql.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -58,11 +60,6 @@ bool meets(const Set& s, const Set& q) {
         for (const SetRun& b : q)
             if (a.lo <= b.hi && b.lo <= a.hi) return true;
     return false;
-}
-bool within(const Set& s, const Set& q) {
-    for (const SetRun& a : s)
-        if (!holds(q, a.lo, a.hi)) return false;
-    return true;
 }
 
 // The statistics of a population, read back as the planner reads them.
@@ -122,33 +119,6 @@ std::vector<Set> rangeRows(int n, std::mt19937& rng) {
     return rows;
 }
 
-TEST(Int4SetStats, RangesAgainstTheTruth) {
-    std::mt19937 rng(7);
-    const std::vector<Set> rows = rangeRows(5000, rng);
-    Analyzed a(rows);
-    const SetColumn<malloc, free>& c = a.column;
-    EXPECT_NEAR(c.emptyFraction(), 0.1, 1e-6);
-    for (int64_t v : {1000, 250000, 500000, 999000}) {
-        expectNear(c.containsRange(v, v), share(rows, [&](const Set& s) { return holds(s, v, v); }), 1.5, 0.002,
-                   "value");
-        expectNear(c.containsRange(v, v + 2000), share(rows, [&](const Set& s) { return holds(s, v, v + 2000); }), 2,
-                   0.002, "range");
-    }
-    const Set q1{{100000, 100000}, {400000, 420000}, {800000, 800100}};
-    expectNear(c.meets(VectorRuns{&q1}), share(rows, [&](const Set& s) { return meets(s, q1); }), 1.3, 0.002, "meets");
-    const Set q2{{0, 600000}};
-    expectNear(c.within(VectorRuns{&q2}), share(rows, [&](const Set& s) { return within(s, q2); }), 1.5, 0.002,
-               "within");
-    const Set q3{{300000, 300000}, {300500, 300500}};
-    expectNear(c.containsSet(VectorRuns{&q3}),
-               share(rows, [&](const Set& s) { return holds(s, 300000, 300000) && holds(s, 300500, 300500); }), 2,
-               0.002, "contains set");
-    // Extremes: the least members' histogram gives the share of rows starting below a point.
-    expectNear(c.nonEmpty(c.minAtMost(50000)),
-               share(rows, [](const Set& s) { return !s.empty() && s.front().lo <= 50000; }), 1.2, 0.002, "least");
-    EXPECT_GT(a.polls, 0);
-}
-
 // A population mixing long ranges over one stretch of the line with lone members
 // over another: position and width must stay tied.
 TEST(Int4SetStats, WidthClassesKeepPositionAndWidthTogether) {
@@ -175,36 +145,6 @@ TEST(Int4SetStats, WidthClassesKeepPositionAndWidthTogether) {
                share(rows, [&](const Set& s) { return holds(s, 5000000, 5000100); }), 2, 0.001, "range");
 }
 
-// Hot members among many lone members per row are counted exactly; members met
-// only by chance are not taken for hot.
-TEST(Int4SetStats, MostCommonMembers) {
-    std::mt19937 rng(3);
-    std::vector<Set> rows;
-    for (int i = 0; i < 3000; ++i) {
-        std::vector<SetRun> r;
-        for (int k = 0; k < 300; ++k) {
-            const int32_t v = static_cast<int32_t>(1000 + rng() % 3000000);
-            r.push_back(SetRun{v, v});
-        }
-        if (i % 5 == 0) r.push_back(SetRun{77, 77});        // 20%
-        if (i % 3 == 0) r.push_back(SetRun{500, 500});      // 33%, and
-        if (i % 6 == 1) r.push_back(SetRun{400, 600});      // 1 row in 6 holds it in a long run
-        rows.push_back(normalise(r));
-    }
-    Analyzed a(rows);
-    const SetColumn<malloc, free>& c = a.column;
-    ASSERT_EQ(c.memberCount(), 2);
-    EXPECT_EQ(c.member(0), 77);
-    EXPECT_NEAR(c.memberFreq(0), 0.2, 1e-3);
-    EXPECT_EQ(c.member(1), 500);
-    EXPECT_NEAR(c.memberFreq(1), 0.5, 1e-3);
-    EXPECT_NEAR(c.containsRange(77, 77), 0.2, 1e-3);
-    const Set q{{77, 77}, {2000000, 2000000}};
-    expectNear(c.meets(VectorRuns{&q}), share(rows, [&](const Set& s) { return meets(s, q); }), 1.2, 0.001, "meets");
-    // A cold value: its share of the lone members, not a hot member's.
-    expectNear(c.containsRange(1500000, 1500000), 300.0 / 3000000, 2, 1e-5, "cold value");
-}
-
 // Past the run budget, every other row's runs are dropped, again and again:
 // the rows kept are spread evenly and the estimates hold.
 TEST(Int4SetStats, RunBudgetThinsRowsEvenly) {
@@ -217,6 +157,7 @@ TEST(Int4SetStats, RunBudgetThinsRowsEvenly) {
     const Set q{{300000, 310000}};
     expectNear(thin.column.meets(VectorRuns{&q}), share(rows, [&](const Set& s) { return meets(s, q); }), 1.3, 0.002,
                "meets");
+    EXPECT_GT(thin.polls, 0);
 }
 
 // A row with more runs than a sixteenth of the budget gives every s-th run at
@@ -269,35 +210,6 @@ TEST(Int4SetStats, LayoutChecks) {
     Analyzed ends(std::vector<Set>{Set{{INT32_MIN, INT32_MIN}, {INT32_MAX, INT32_MAX}}});
     EXPECT_NEAR(ends.column.containsRange(INT32_MAX, INT32_MAX), 1.0, 1e-6);
     EXPECT_NEAR(ends.column.containsRange(0, 0), 0.0, 1e-6);
-}
-
-// Joins: && between two set columns and membership of an int4 column's values,
-// against the share of matching pairs counted on the populations.
-TEST(Int4SetStats, Joins) {
-    std::mt19937 rng(13);
-    const std::vector<Set> left = rangeRows(1500, rng), right = rangeRows(1000, rng);
-    Analyzed a(left), b(right);
-    double pairs = 0;
-    for (const Set& l : left)
-        for (const Set& r : right) pairs += meets(l, r);
-    expectNear(overlapJoin(a.column, b.column), pairs / (left.size() * right.size()), 1.3, 1e-4, "overlap join");
-
-    // int4 values: 30% the value 250000, the rest uniform over [0, 10^6): an MCV and a histogram.
-    std::vector<int64_t> bounds;
-    for (int i = 0; i <= 100; ++i) bounds.push_back(i * 10000);
-    const int64_t mcv = 250000;
-    const double freq = 0.3;
-    qn::selectivity::ColumnStats ints;
-    ints.mcv = &mcv;
-    ints.mcvFreq = &freq;
-    ints.nmcv = 1;
-    ints.bounds = bounds.data();
-    ints.nbounds = static_cast<int>(bounds.size());
-    double truth = 0.3 * share(left, [&](const Set& s) { return holds(s, mcv, mcv); });
-    for (int v = 0; v < 1000000; v += 997)
-        truth += 0.7 * share(left, [&](const Set& s) { return holds(s, v, v); }) / (1000000 / 997 + 1);
-    expectNear(membershipJoin(a.column, ints, 1.0, qn::selectivity::JoinShare::Pairs, 1), truth, 1.3, 1e-4,
-               "membership join");
 }
 
 }  // namespace

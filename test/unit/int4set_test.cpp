@@ -1,15 +1,14 @@
 // int4set payloads against a model of canonical int64 intervals: the line's
 // ends, each container kind and the moves between them, the choice of layout,
 // canonical form (one set, one payload, and the validator refusing every
-// other), order, text and allocation failures. The algebra on random sets of
-// every shape is fuzz_int4set's.
+// other) and allocation failures. The algebra, the order and the text on random
+// sets of every shape are fuzz_int4set's (text faults also int4set.sql's).
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <random>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -368,35 +367,6 @@ TEST(Int4Set, BitmapPassesCount) {
     }
 }
 
-// A range list and chunks meet at both ends of the line.
-TEST(Int4Set, MixedLayoutsAtLineEnds) {
-    const Model ranges{{kMin, kMin + 70000}, {kMax - 70000, kMax}};
-    const Model inside{{kMin, kMin}, {kMin + 2, kMin + 2}, {kMax - 2, kMax - 2}, {kMax, kMax}};
-    const Model beside{{kMin + 70001, kMin + 70001}, {kMin + 70003, kMin + 70003}, {kMax - 70001, kMax - 70001}};
-    const Bytes l = encode(ranges), c = encode(inside), d = encode(beside);
-    ASSERT_EQ(kinds(l) + kinds(c) + kinds(d), "Laaaa");
-    expectSame(op(0, l, c), ranges);
-    expectSame(op(1, c, l), inside);
-    expectSame(op(2, l, c), {{kMin + 1, kMin + 1}, {kMin + 3, kMin + 70000}, {kMax - 70000, kMax - 3}, {kMax - 1, kMax - 1}});
-    expectSame(op(2, c, l), {});
-    expectSame(op(0, d, l), {{kMin, kMin + 70001}, {kMin + 70003, kMin + 70003}, {kMax - 70001, kMax}});
-    expectSame(op(1, l, d), {});
-    bool x = false;
-    using Case = std::tuple<const Bytes*, const Bytes*, bool, bool>;  // overlap, contains
-    for (const auto& [p, q, overlap, contains] :
-         {Case{&l, &c, true, true}, Case{&c, &l, true, false}, Case{&l, &d, false, false}, Case{&d, &l, false, false}}) {
-        EXPECT_EQ((overlaps<malloc, free>(p->data(), p->size(), q->data(), q->size(), x)), Status::Ok);
-        EXPECT_EQ(x, overlap);
-        EXPECT_EQ((containsSet<malloc, free>(p->data(), p->size(), q->data(), q->size(), x)), Status::Ok);
-        EXPECT_EQ(x, contains);
-    }
-    int order = 0;
-    EXPECT_EQ(compare(l.data(), l.size(), c.data(), c.size(), order), Status::Ok);
-    EXPECT_EQ(order, -1);  // kMin + 1 comes before kMin + 2
-    EXPECT_EQ(compare(d.data(), d.size(), l.data(), l.size(), order), Status::Ok);
-    EXPECT_EQ(order, 1);
-}
-
 TEST(Int4Set, OneSetOnePayload) {
     std::mt19937 rng(7);
     const Model m{{-300000, -299000}, {-5, -5}, {0, 70000}, {131072, 131072 + 65535}, {1 << 20, (1 << 20) + 10}};
@@ -513,55 +483,6 @@ TEST(Int4Set, ValidatorRefusesAllButTheCanonicalForm) {
     // The readers stay inside a payload whose checkpoint points past its end.
     wrong[last + 2] = 0x7f;
     EXPECT_EQ(containsValue(wrong.data(), wrong.size(), 64 * 65536, in), Status::Corrupt);
-}
-
-// The order is that of the member sequences compared lexicographically.
-TEST(Int4Set, OrderIsByMemberSequence) {
-    const std::vector<Model> ascending{{}, {{kMin, kMin}}, {{kMin, kMax}}, {{-5, 0}}, {{-5, 10}}, {{-5, 0}, {2, 2}},
-                                       {{-4, -4}}, {{1, 1}}, {{1, 2}}, {{1, 2}, {70000, 70000}}, {{1, 1}, {3, 3}},
-                                       {{2, 2}}, {{kMax, kMax}}};
-    for (size_t i = 0; i < ascending.size(); ++i)
-        for (size_t j = 0; j < ascending.size(); ++j) {
-            const Bytes a = encode(ascending[i]), b = encode(ascending[j]);
-            int c = 2;
-            EXPECT_EQ(compare(a.data(), a.size(), b.data(), b.size(), c), Status::Ok);
-            EXPECT_EQ(c, i < j ? -1 : i > j ? 1 : 0) << i << " " << j;
-        }
-}
-
-TEST(Int4Set, TextFormsAndFaults) {
-    Bytes b;
-    EXPECT_EQ(parse(" { } ", b).error, TextError::None);
-    EXPECT_EQ(b, encode({}));
-    EXPECT_EQ(parse("{\t+3 ..5,-2147483648,2147483647,4..4\n}", b).error, TextError::None);
-    EXPECT_EQ(text(b), "{-2147483648,3..5,2147483647}");
-    const struct {
-        const char* text;
-        TextError error;
-        size_t position;
-    } faults[] = {
-        {" [1]", TextError::ExpectedOpenBrace, 1},
-        {"{1", TextError::ExpectedSeparator, 2},
-        {"{1 2}", TextError::ExpectedSeparator, 3},
-        {"{1.2}", TextError::ExpectedSeparator, 2},
-        {"{1,}", TextError::ExpectedInteger, 3},
-        {"{,1}", TextError::ExpectedInteger, 1},
-        {"{- 1}", TextError::ExpectedInteger, 2},
-        {"{1..}", TextError::ExpectedInteger, 4},
-        {"{1...3}", TextError::ExpectedInteger, 4},
-        {"{1..3..5}", TextError::ExpectedCommaOrEnd, 5},
-        {"{1} x", TextError::TrailingText, 4},
-        {"{0, 2147483648}", TextError::OutOfRange, 4},
-        {"{-99999999999999999999999}", TextError::OutOfRange, 1},
-        {"{3, 5..4}", TextError::InvertedRange, 4},
-    };
-    for (const auto& f : faults) {
-        const ParseResult r = parse(f.text, b);
-        EXPECT_EQ(int(r.error), int(f.error)) << f.text;
-        EXPECT_EQ(r.position, f.position) << f.text;
-    }
-    const std::string withNul("{1\0}", 4);
-    EXPECT_EQ(parse(withNul, b).position, 2u);
 }
 
 // Each allocation in turn fails: the operation says so and leaks nothing.
