@@ -221,6 +221,22 @@ inline uint32_t le(uint32_t v) { return v; }
 inline uint64_t le(uint64_t v) { return v; }
 #endif
 
+// The first index of [first, first + count) where `below` is false, for a
+// predicate true up to some index and false after it (first + count when none).
+template <typename I, typename Below>
+I partitionPoint(I first, I count, Below below) {
+    while (count > 0) {
+        const I half = count / 2;
+        if (below(first + half)) {
+            first += half + 1;
+            count -= half + 1;
+        } else {
+            count = half;
+        }
+    }
+    return first;
+}
+
 inline uint16_t load16(const uint8_t* p) {
     uint16_t v;
     std::memcpy(&v, p, 2);
@@ -687,17 +703,7 @@ struct View {
 
     // The first range of a range list whose upper end is at least v (ranges when none).
     uint64_t rangeReaching(int32_t v) const {
-        uint64_t first = 0, count = ranges;
-        while (count > 0) {
-            const uint64_t half = count / 2;
-            if (upper(first + half) < v) {
-                first += half + 1;
-                count -= half + 1;
-            } else {
-                count = half;
-            }
-        }
-        return first;
+        return detail::partitionPoint<uint64_t>(0, ranges, [&](uint64_t i) { return upper(i) < v; });
     }
 
     uint16_t key(uint32_t i) const { return detail::load16(dir + 4 * size_t{i}); }
@@ -725,18 +731,8 @@ struct View {
             below += step;
             step *= 2;
         }
-        uint32_t count = (below + step < n ? below + step : n) - below - 1;
-        uint32_t first = below + 1;
-        while (count > 0) {
-            const uint32_t half = count / 2;
-            if (key(first + half) < k) {
-                first += half + 1;
-                count -= half + 1;
-            } else {
-                count = half;
-            }
-        }
-        return first;
+        const uint32_t count = (below + step < n ? below + step : n) - below - 1;
+        return detail::partitionPoint<uint32_t>(below + 1, count, [&](uint32_t i) { return key(i) < k; });
     }
 };
 

@@ -557,16 +557,9 @@ inline bool containerMeets(const Chunk& c, uint32_t lo, uint32_t hi) {
         return false;
     }
     const uint32_t stride = c.kind == KindArray ? 2 : 4, lastAt = c.kind == KindArray ? 0 : 2;
-    uint32_t first = 0, count = c.count;  // the first element whose last place is >= lo
-    while (count > 0) {
-        const uint32_t half = count / 2;
-        if (load16(c.bytes + stride * (first + half) + lastAt) < lo) {
-            first += half + 1;
-            count -= half + 1;
-        } else {
-            count = half;
-        }
-    }
+    // The first element whose last place is >= lo.
+    const uint32_t first =
+        partitionPoint<uint32_t>(0, c.count, [&](uint32_t i) { return load16(c.bytes + stride * i + lastAt) < lo; });
     return first < c.count && load16(c.bytes + stride * first) <= hi;
 }
 
@@ -593,16 +586,8 @@ inline bool containerHasAll(const Chunk& c, uint32_t lo, uint32_t hi) {
             if (load16(c.bytes + 4 * i + 2) >= lo) return load16(c.bytes + 4 * i) <= lo && load16(c.bytes + 4 * i + 2) >= hi;
         return false;
     }
-    uint32_t first = 0, count = c.count;  // the first place >= lo, by binary search
-    while (count > 0) {
-        const uint32_t half = count / 2;
-        if (load16(c.bytes + 2 * (first + half)) < lo) {
-            first += half + 1;
-            count -= half + 1;
-        } else {
-            count = half;
-        }
-    }
+    // The first place >= lo.
+    const uint32_t first = partitionPoint<uint32_t>(0, c.count, [&](uint32_t i) { return load16(c.bytes + 2 * i) < lo; });
     const uint32_t at = first + (hi - lo);
     return at < c.count && load16(c.bytes + 2 * first) == lo && load16(c.bytes + 2 * at) == hi;
 }

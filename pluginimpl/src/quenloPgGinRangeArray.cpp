@@ -8,7 +8,7 @@
 // it answers exactly as a sequential scan does, errors included.
 #include "qnPgGinRangeArray.h"
 #include "qnPgInt4Set.h"
-#include "quenloPgUtils.h"
+#include "quenloPgInt4SetDatum.h"
 
 // The reloptions header reaches the spinlock code, whose `register` C++17 refuses.
 #pragma GCC diagnostic push
@@ -141,22 +141,18 @@ Datum planResult(const QueryPlan& plan, bool everyRow, FunctionCallInfo fcinfo) 
 class SetRanges {
 public:
     explicit SetRanges(Datum value) : cursor_(open(value)) {
-        if (cursor_.status() != qn::int4set::Status::Ok) raise(cursor_.status());
+        if (cursor_.status() != qn::int4set::Status::Ok) qn::pg::raiseCorruptSet(cursor_.status(), "int4set_gin");
     }
     bool operator()(qn::gin::Range32& r) {
         if (cursor_.next(r)) return true;
-        if (cursor_.status() != qn::int4set::Status::Ok) raise(cursor_.status());
+        if (cursor_.status() != qn::int4set::Status::Ok) qn::pg::raiseCorruptSet(cursor_.status(), "int4set_gin");
         return false;
     }
 
 private:
     static qn::int4set::RangeCursor open(Datum value) {
-        const varlena* v = PG_DETOAST_DATUM_PACKED(value);
-        return qn::int4set::RangeCursor(reinterpret_cast<const uint8*>(VARDATA_ANY(v)), VARSIZE_ANY_EXHDR(v));
-    }
-    [[noreturn]] static void raise(qn::int4set::Status status) {
-        QN_ERROR(ERRCODE_DATA_CORRUPTED, "int4set_gin", "int4set value is corrupt: %s",
-                 qn::int4set::statusMessage(status));
+        const qn::pg::SetPayload p = qn::pg::setPayload(value);
+        return qn::int4set::RangeCursor(p.data, p.size);
     }
     qn::int4set::RangeCursor cursor_;
 };

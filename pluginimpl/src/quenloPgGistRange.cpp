@@ -4,7 +4,7 @@
 // qnPgGistRange.h, these are their shims over the GiST structures.
 #include "qnPgGistRange.h"
 #include "qnPgInt4SetOps.h"
-#include "quenloPgUtils.h"
+#include "quenloPgInt4SetDatum.h"
 
 extern "C" {
 #include "access/gist.h"
@@ -55,16 +55,12 @@ bool consistentWithRangeArray(FunctionCallInfo fcinfo, StrategyNumber strategy, 
 // member, exactly as `v <@ set` answers; an inner key when some member lies in
 // its span. A payload the readers cannot read raises XX001, as the operator does.
 bool consistentWithInt4Set(FunctionCallInfo fcinfo, int64 key, bool leaf) {
-    const varlena* query = qn::pg::detoastArgumentCached(fcinfo, 1);
-    const auto* data = reinterpret_cast<const uint8*>(VARDATA_ANY(query));
-    const size_t size = VARSIZE_ANY_EXHDR(query);
+    const qn::pg::SetPayload query = qn::pg::setArgument(fcinfo, 1);
     const int32 lower = qn::gist::packedLower(key), upper = qn::gist::packedUpper(key);
     bool result = false;
-    const qn::int4set::Status status = leaf ? qn::int4set::containsValue(data, size, lower, result)
-                                            : qn::int4set::meetsRange(data, size, lower, upper, result);
-    if (status != qn::int4set::Status::Ok)
-        QN_ERROR(ERRCODE_DATA_CORRUPTED, "qn_gist_range_consistent", "int4set value is corrupt: %s",
-                 qn::int4set::statusMessage(status));
+    const qn::int4set::Status status = leaf ? qn::int4set::containsValue(query.data, query.size, lower, result)
+                                            : qn::int4set::meetsRange(query.data, query.size, lower, upper, result);
+    if (status != qn::int4set::Status::Ok) qn::pg::raiseCorruptSet(status, "qn_gist_range_consistent");
     return result;
 }
 

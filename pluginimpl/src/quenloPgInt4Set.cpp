@@ -8,7 +8,7 @@
 #include "qnPgInt4SetOps.h"
 #include "qnPgInt4SetText.h"
 #include "qnPgSetConversions.h"
-#include "quenloPgUtils.h"
+#include "quenloPgInt4SetDatum.h"
 
 // The tuple headers bring in the server's atomics, whose x86 code still
 // declares a `register` variable, which C++17 no longer allows.
@@ -39,29 +39,10 @@ const char kSourceFile[] = "pluginimpl/src/quenloPgInt4Set";
 void* allocateSetBytes(size_t bytes) { return MemoryContextAllocHuge(CurrentMemoryContext, bytes ? bytes : 1); }
 
 using SetRanges = qn::pgRangeArray::RangeVector<int32_t, allocateSetBytes, pfree>;
-
-// An int4set argument's payload.
-struct SetBytes {
-    const uint8_t* data;
-    size_t size;
-};
-
-SetBytes setArgument(FunctionCallInfo fcinfo, int argno) {
-    const auto* raw = reinterpret_cast<const varlena*>(PG_GETARG_POINTER(argno));
-    if (VARATT_IS_EXTERNAL(raw) || VARATT_IS_COMPRESSED(raw)) raw = qn::pg::detoastArgumentCached(fcinfo, argno);
-    return {reinterpret_cast<const uint8_t*>(VARDATA_ANY(raw)), VARSIZE_ANY_EXHDR(raw)};
-}
-
-// Raises the error of a stored value the readers cannot read.
-[[noreturn]] void raiseCorrupt(set::Status status, const char* function) {
-    QN_ERROR(ERRCODE_DATA_CORRUPTED, function, "int4set value is corrupt: %s", set::statusMessage(status));
-}
-
-void check(set::Status status, const char* function) {
-    if (status == set::Status::Ok) return;
-    if (status == set::Status::OutOfMemory) QN_ERROR(ERRCODE_PROGRAM_LIMIT_EXCEEDED, function, "int4set too large");
-    raiseCorrupt(status, function);
-}
+using qn::pg::checkSet;
+using qn::pg::raiseCorruptSet;
+using qn::pg::SetPayload;
+using qn::pg::setArgument;
 
 // The varlena around a payload a writer made with VARHDRSZ bytes of room.
 Datum setResult(const set::Encoded& e, const char* function) {
@@ -81,7 +62,7 @@ Datum emptySetResult() {
 // The set of normalised ranges (ascending, disjoint and apart).
 Datum normalisedRangesResult(const RangeInt* first, const RangeInt* last, const char* function) {
     set::Encoded e;
-    check(set::encodeRanges<allocateSetBytes, pfree>(first, last, VARHDRSZ, e, PollInterrupts{}), function);
+    checkSet(set::encodeRanges<allocateSetBytes, pfree>(first, last, VARHDRSZ, e, PollInterrupts{}), function);
     return setResult(e, function);
 }
 
@@ -89,48 +70,48 @@ Datum normalisedRangesResult(const RangeInt* first, const RangeInt* last, const 
 // which it reorders.
 Datum rangesResult(RangeInt* ranges, uint64 n, const char* function) {
     set::Encoded e;
-    check(set::buildFromRanges<allocateSetBytes, pfree>(ranges, n, VARHDRSZ, e, PollInterrupts{}), function);
+    checkSet(set::buildFromRanges<allocateSetBytes, pfree>(ranges, n, VARHDRSZ, e, PollInterrupts{}), function);
     return setResult(e, function);
 }
 
 using Combine = set::Status (*)(const uint8_t*, size_t, const uint8_t*, size_t, size_t, set::Encoded&, PollInterrupts);
 
 Datum combineArguments(FunctionCallInfo fcinfo, Combine combine, const char* function) {
-    const SetBytes a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
+    const SetPayload a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
     set::Encoded e;
-    check(combine(a.data, a.size, b.data, b.size, VARHDRSZ, e, PollInterrupts{}), function);
+    checkSet(combine(a.data, a.size, b.data, b.size, VARHDRSZ, e, PollInterrupts{}), function);
     return setResult(e, function);
 }
 
 // The three-way order of the btree operator class (by member sequence).
 int compareArguments(FunctionCallInfo fcinfo) {
-    const SetBytes a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
+    const SetPayload a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
     int order = 0;
-    check(set::compare(a.data, a.size, b.data, b.size, order, PollInterrupts{}), "int4set_cmp");
+    checkSet(set::compare(a.data, a.size, b.data, b.size, order, PollInterrupts{}), "int4set_cmp");
     return order;
 }
 
 // a ⊇ b for two arguments in the given order.
 bool setContains(FunctionCallInfo fcinfo, int outer, int inner) {
-    const SetBytes a = setArgument(fcinfo, outer), b = setArgument(fcinfo, inner);
+    const SetPayload a = setArgument(fcinfo, outer), b = setArgument(fcinfo, inner);
     bool result = false;
-    check(set::containsSet<allocateSetBytes, pfree>(a.data, a.size, b.data, b.size, result, PollInterrupts{}),
+    checkSet(set::containsSet<allocateSetBytes, pfree>(a.data, a.size, b.data, b.size, result, PollInterrupts{}),
           "int4set_contains");
     return result;
 }
 
 bool setHolds(FunctionCallInfo fcinfo, int setArg, int valueArg) {
-    const SetBytes s = setArgument(fcinfo, setArg);
+    const SetPayload s = setArgument(fcinfo, setArg);
     bool result = false;
-    check(set::containsValue(s.data, s.size, PG_GETARG_INT32(valueArg), result), "int4set_contains_int4");
+    checkSet(set::containsValue(s.data, s.size, PG_GETARG_INT32(valueArg), result), "int4set_contains_int4");
     return result;
 }
 
 // The least or greatest member, with found false for the empty set.
-bool extremeOf(const SetBytes& s, bool highest, int32& out) {
+bool extremeOf(const SetPayload& s, bool highest, int32& out) {
     bool found = false;
     int32_t v = 0;
-    check(highest ? set::maxMember(s.data, s.size, found, v) : set::minMember(s.data, s.size, found, v),
+    checkSet(highest ? set::maxMember(s.data, s.size, found, v) : set::minMember(s.data, s.size, found, v),
           "int4set_extreme");
     out = v;
     return found;
@@ -141,7 +122,7 @@ bool extremeOf(const SetBytes& s, bool highest, int32& out) {
 enum class Position { Left, Right, NotRight, NotLeft, Adjacent };
 
 bool positionOf(FunctionCallInfo fcinfo, Position position) {
-    const SetBytes a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
+    const SetPayload a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
     int32 aMin, aMax, bMin, bMax;
     if (!extremeOf(a, false, aMin) || !extremeOf(b, false, bMin)) return false;
     extremeOf(a, true, aMax);
@@ -186,7 +167,7 @@ RowsState* startRows(FunctionCallInfo fcinfo, FuncCallContext* funcctx, const ch
     auto* state = static_cast<RowsState*>(palloc(sizeof(RowsState)));
     *state = RowsState{set::RangeCursor(reinterpret_cast<const uint8_t*>(VARDATA_ANY(value)), VARSIZE_ANY_EXHDR(value)),
                        1, 0};
-    check(state->ranges.status(), function);
+    checkSet(state->ranges.status(), function);
     funcctx->user_fctx = state;
     MemoryContextSwitchTo(caller);
     return state;
@@ -199,7 +180,7 @@ bool nextRange(RowsState* state, RangeInt& r, const char* function) {
         r = RangeInt{range.lower, range.upper};
         return true;
     }
-    check(state->ranges.status(), function);
+    checkSet(state->ranges.status(), function);
     return false;
 }
 
@@ -283,9 +264,9 @@ Datum qn_int4set_in(PG_FUNCTION_ARGS) {
 
 // Text out: "{}" or maximal ranges ascending, "a..b" where a < b.
 Datum qn_int4set_out(PG_FUNCTION_ARGS) {
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     set::Text text;
-    check(set::formatText<allocateSetBytes, pfree>(s.data, s.size, text, PollInterrupts{}), "int4set_out");
+    checkSet(set::formatText<allocateSetBytes, pfree>(s.data, s.size, text, PollInterrupts{}), "int4set_out");
     if (text.length >= MaxAllocSize)
         QN_ERROR(ERRCODE_PROGRAM_LIMIT_EXCEEDED, "int4set_out", "int4set text form too long");
     PG_RETURN_CSTRING(text.chars);
@@ -308,7 +289,7 @@ Datum qn_int4set_recv(PG_FUNCTION_ARGS) {
 }
 
 Datum qn_int4set_send(PG_FUNCTION_ARGS) {
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     StringInfoData buf;
     pq_begintypsend(&buf);
     pq_sendbytes(&buf, reinterpret_cast<const char*>(s.data), static_cast<int>(s.size));
@@ -335,9 +316,9 @@ Datum qn_int4set_contains(PG_FUNCTION_ARGS) { PG_RETURN_BOOL(setContains(fcinfo,
 Datum qn_int4set_contained(PG_FUNCTION_ARGS) { PG_RETURN_BOOL(setContains(fcinfo, 1, 0)); }
 
 Datum qn_int4set_overlaps(PG_FUNCTION_ARGS) {
-    const SetBytes a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
+    const SetPayload a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
     bool result = false;
-    check(set::overlaps<allocateSetBytes, pfree>(a.data, a.size, b.data, b.size, result, PollInterrupts{}),
+    checkSet(set::overlaps<allocateSetBytes, pfree>(a.data, a.size, b.data, b.size, result, PollInterrupts{}),
           "int4set_overlaps");
     PG_RETURN_BOOL(result);
 }
@@ -356,12 +337,12 @@ Datum qn_int4set_adjacent(PG_FUNCTION_ARGS) { PG_RETURN_BOOL(positionOf(fcinfo, 
 // ---- btree order and hash: equal sets have equal payloads
 
 Datum qn_int4set_eq(PG_FUNCTION_ARGS) {
-    const SetBytes a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
+    const SetPayload a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
     PG_RETURN_BOOL(set::equals(a.data, a.size, b.data, b.size));
 }
 
 Datum qn_int4set_ne(PG_FUNCTION_ARGS) {
-    const SetBytes a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
+    const SetPayload a = setArgument(fcinfo, 0), b = setArgument(fcinfo, 1);
     PG_RETURN_BOOL(!set::equals(a.data, a.size, b.data, b.size));
 }
 
@@ -374,12 +355,12 @@ Datum qn_int4set_cmp(PG_FUNCTION_ARGS) { PG_RETURN_INT32(compareArguments(fcinfo
 // The standard hash is the low 32 bits of the extended hash with seed 0, as the
 // hash operator class requires.
 Datum qn_int4set_hash(PG_FUNCTION_ARGS) {
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     PG_RETURN_UINT32(static_cast<uint32>(set::hash64(s.data, s.size, 0, PollInterrupts{})));
 }
 
 Datum qn_int4set_hash_extended(PG_FUNCTION_ARGS) {
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     PG_RETURN_UINT64(set::hash64(s.data, s.size, static_cast<uint64_t>(PG_GETARG_INT64(1)), PollInterrupts{}));
 }
 
@@ -394,7 +375,7 @@ uint64_t cardinalityArgument(FunctionCallInfo fcinfo, const char* function) {
     if (VARATT_IS_EXTERNAL(raw) || VARATT_IS_COMPRESSED(raw))
         raw = pg_detoast_datum_slice(raw, 0, static_cast<int32>(set::kCardinalityPrefix));
     uint64_t n = 0;
-    check(set::prefixCardinality(reinterpret_cast<const uint8_t*>(VARDATA_ANY(raw)), VARSIZE_ANY_EXHDR(raw), n),
+    checkSet(set::prefixCardinality(reinterpret_cast<const uint8_t*>(VARDATA_ANY(raw)), VARSIZE_ANY_EXHDR(raw), n),
           function);
     return n;
 }
@@ -477,7 +458,7 @@ Datum qn_int4set_from_array(PG_FUNCTION_ARGS) {
     const uint64 n = static_cast<uint64>(e.count);
     set::Encoded out;
     if (form == 's') {
-        check(set::buildFromMembers<allocateSetBytes, pfree>(e.data, n, VARHDRSZ, out, PollInterrupts{}), function);
+        checkSet(set::buildFromMembers<allocateSetBytes, pfree>(e.data, n, VARHDRSZ, out, PollInterrupts{}), function);
         return setResult(out, function);
     }
     if (n & 1)
@@ -498,20 +479,20 @@ Datum qn_int4set_from_array(PG_FUNCTION_ARGS) {
 // The normalised range array ('r', the default) or the members ascending ('s').
 Datum qn_int4set_to_array(PG_FUNCTION_ARGS) {
     const char* function = "int4set_to_array";
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     const char form = formArgument(fcinfo, 1, function);
     if (form == 's') {
         uint64_t n = 0;
-        check(set::cardinality(s.data, s.size, n), function);
+        checkSet(set::cardinality(s.data, s.size, n), function);
         return PointerGetDatum(qn::pg::writeInt4Result(n, function, [&](int32* out) {
             set::MemberCursor cursor(s.data, s.size);
             qn::pgRangeArray::Poller<PollInterrupts> tick(PollInterrupts{});
             for (uint64_t i = 0; i < n && cursor.next(out[i]); ++i) tick();
-            check(cursor.status(), function);
+            checkSet(cursor.status(), function);
         }));
     }
     SetRanges ranges(1);
-    check(set::decodeRanges(s.data, s.size, ranges, PollInterrupts{}), function);
+    checkSet(set::decodeRanges(s.data, s.size, ranges, PollInterrupts{}), function);
     return PointerGetDatum(
         qn::pg::buildInt4Result(reinterpret_cast<const int32*>(ranges.data()), ranges.size() * 2, function));
 }
@@ -529,14 +510,14 @@ Datum qn_int4set_from_range(PG_FUNCTION_ARGS) {
 // reaching 2147483647 has an unbounded upper end.
 Datum qn_int4set_to_range(PG_FUNCTION_ARGS) {
     const char* function = "int4set_to_range";
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     set::RangeCursor cursor(s.data, s.size);
-    check(cursor.status(), function);
+    checkSet(cursor.status(), function);
     set::Range32 r{1, 0}, more;
     cursor.next(r);
     if (cursor.next(more))
         QN_ERROR(ERRCODE_INVALID_PARAMETER_VALUE, function, "int4set of more than one range is not an int4range");
-    check(cursor.status(), function);
+    checkSet(cursor.status(), function);
     return qn::pg::int4RangeDatum(r.lower, r.upper);
 }
 
@@ -544,15 +525,15 @@ Datum qn_int4set_to_range(PG_FUNCTION_ARGS) {
 Datum qn_int4set_contains_range(PG_FUNCTION_ARGS) {
     RangeInt r;
     if (!qn::pg::int4RangeArgument(fcinfo, 1, r)) PG_RETURN_BOOL(true);
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     bool result = false;
-    check(set::containsRange(s.data, s.size, r.lower, r.upper, result), "int4set_contains_range");
+    checkSet(set::containsRange(s.data, s.size, r.lower, r.upper, result), "int4set_contains_range");
     PG_RETURN_BOOL(result);
 }
 
 // set <@ range: every member lies in the range (the empty set lies in any).
 Datum qn_int4set_within_range(PG_FUNCTION_ARGS) {
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     int32 lo, hi;
     if (!extremeOf(s, false, lo)) PG_RETURN_BOOL(true);
     extremeOf(s, true, hi);
@@ -564,11 +545,11 @@ Datum qn_int4set_within_range(PG_FUNCTION_ARGS) {
 Datum qn_int4set_overlaps_range(PG_FUNCTION_ARGS) {
     RangeInt r;
     if (!qn::pg::int4RangeArgument(fcinfo, 1, r)) PG_RETURN_BOOL(false);
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     set::Encoded range;
-    check(set::encodeRanges<allocateSetBytes, pfree>(&r, &r + 1, 0, range), "int4set_overlaps_range");
+    checkSet(set::encodeRanges<allocateSetBytes, pfree>(&r, &r + 1, 0, range), "int4set_overlaps_range");
     bool result = false;
-    check(set::overlaps<allocateSetBytes, pfree>(s.data, s.size, range.payload, range.size, result, PollInterrupts{}),
+    checkSet(set::overlaps<allocateSetBytes, pfree>(s.data, s.size, range.payload, range.size, result, PollInterrupts{}),
           "int4set_overlaps_range");
     PG_RETURN_BOOL(result);
 }
@@ -586,9 +567,9 @@ Datum qn_int4set_from_multirange(PG_FUNCTION_ARGS) {
 
 // The int4multirange of a set; a range reaching 2147483647 is unbounded above.
 Datum qn_int4set_to_multirange(PG_FUNCTION_ARGS) {
-    const SetBytes s = setArgument(fcinfo, 0);
+    const SetPayload s = setArgument(fcinfo, 0);
     SetRanges ranges(1);
-    check(set::decodeRanges(s.data, s.size, ranges, PollInterrupts{}), "int4set_to_multirange");
+    checkSet(set::decodeRanges(s.data, s.size, ranges, PollInterrupts{}), "int4set_to_multirange");
     return qn::pg::int4MultirangeDatum(ranges.data(), ranges.data() + ranges.size(), "int4set_to_multirange");
 }
 

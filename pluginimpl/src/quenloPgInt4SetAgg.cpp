@@ -4,10 +4,11 @@
 // context; its partial form between processes is the set's own payload after a
 // flags byte. Final functions only read the state.
 #include "qnPgInt4SetAgg.h"
-#include "quenloPgUtils.h"
+#include "quenloPgInt4SetDatum.h"
 
 namespace set = qn::int4set;
 using qn::pg::AggCtxHelper;
+using qn::pg::checkSet;
 using qn::pg::PollInterrupts;
 
 namespace {
@@ -26,18 +27,14 @@ struct SetAggState {
 // The serialised state: a flags byte, then (when a row was seen) the payload.
 constexpr uint8_t kSeen = 1, kIntersect = 2;
 
-void check(set::Status status, const char* function) {
-    if (status == set::Status::Ok) return;
-    if (status == set::Status::OutOfMemory) QN_ERROR(ERRCODE_PROGRAM_LIMIT_EXCEEDED, function, "int4set too large");
-    QN_ERROR(ERRCODE_DATA_CORRUPTED, function, "int4set value is corrupt: %s", set::statusMessage(status));
-}
-
 SetAggState* stateArgument(FunctionCallInfo fcinfo) {
     return PG_ARGISNULL(0) ? nullptr : reinterpret_cast<SetAggState*>(PG_GETARG_POINTER(0));
 }
 
-// Transition of the set aggregates: a NULL row adds nothing.
-Datum addSetRow(FunctionCallInfo fcinfo, set::AggOp op, const char* function) {
+// Transition of the aggregates: a NULL row adds nothing; `add` puts a row into
+// the state, which the first row makes, in the aggregate's context.
+template <typename Add>
+Datum addRow(FunctionCallInfo fcinfo, set::AggOp op, const char* function, Add add) {
     SetAggState* state = stateArgument(fcinfo);
     if (PG_ARGISNULL(1)) {
         qn::pg::aggregateContextOf(fcinfo, function);
@@ -46,17 +43,22 @@ Datum addSetRow(FunctionCallInfo fcinfo, set::AggOp op, const char* function) {
     }
     AggCtxHelper<SetAggState> helper(state, fcinfo, function);
     if (helper.created) state->acc.init(op);
-    const auto* value = reinterpret_cast<const varlena*>(PG_DETOAST_DATUM_PACKED(PG_GETARG_DATUM(1)));
-    check(state->acc.addSet(reinterpret_cast<const uint8_t*>(VARDATA_ANY(value)), VARSIZE_ANY_EXHDR(value),
-                            PollInterrupts{}),
-          function);
+    checkSet(add(state->acc), function);
     PG_RETURN_POINTER(state);
+}
+
+// Transition of the set aggregates: the row's set.
+Datum addSetRow(FunctionCallInfo fcinfo, set::AggOp op, const char* function) {
+    return addRow(fcinfo, op, function, [&](Accumulator& acc) {
+        const qn::pg::SetPayload row = qn::pg::setPayload(PG_GETARG_DATUM(1));
+        return acc.addSet(row.data, row.size, PollInterrupts{});
+    });
 }
 
 // The result so far with `room` bytes before the payload.
 set::Encoded resultOf(const SetAggState* state, size_t room, const char* function) {
     set::Encoded e;
-    check(state->acc.result(room, e, PollInterrupts{}), function);
+    checkSet(state->acc.result(room, e, PollInterrupts{}), function);
     if (e.size > MaxAllocSize - room) QN_ERROR(ERRCODE_PROGRAM_LIMIT_EXCEEDED, function, "int4set too large");
     return e;
 }
@@ -73,17 +75,8 @@ QN_FUNCTION_INFO_V1(qn_int4set_aggregate_deserialfn)
 
 // int4set_build_agg: a NULL value adds nothing.
 Datum qn_int4set_build_transfn(PG_FUNCTION_ARGS) {
-    const char* function = "qn_int4set_build_transfn";
-    SetAggState* state = stateArgument(fcinfo);
-    if (PG_ARGISNULL(1)) {
-        qn::pg::aggregateContextOf(fcinfo, function);
-        if (!state) PG_RETURN_NULL();
-        PG_RETURN_POINTER(state);
-    }
-    AggCtxHelper<SetAggState> helper(state, fcinfo, function);
-    if (helper.created) state->acc.init(set::AggOp::Union);
-    check(state->acc.addValue(PG_GETARG_INT32(1), PollInterrupts{}), function);
-    PG_RETURN_POINTER(state);
+    return addRow(fcinfo, set::AggOp::Union, "qn_int4set_build_transfn",
+                  [&](Accumulator& acc) { return acc.addValue(PG_GETARG_INT32(1), PollInterrupts{}); });
 }
 
 Datum qn_int4set_union_transfn(PG_FUNCTION_ARGS) {
@@ -111,7 +104,7 @@ Datum qn_int4set_aggregate_combinefn(PG_FUNCTION_ARGS) {
     return qn::pg::combineInPlace<SetAggState>(fcinfo, function, [&](SetAggState* state, const SetAggState* second,
                                                                      bool created) {
         if (created) state->acc.init(second ? second->acc.op() : set::AggOp::Union);
-        if (second) check(state->acc.addAll(second->acc, PollInterrupts{}), function);
+        if (second) checkSet(state->acc.addAll(second->acc, PollInterrupts{}), function);
     });
 }
 

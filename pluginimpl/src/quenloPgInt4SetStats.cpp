@@ -17,8 +17,8 @@
 #include "qnPgInt4Set.h"
 #include "qnPgInt4SetOps.h"
 #include "qnPgInt4SetStats.h"
+#include "quenloPgInt4SetDatum.h"
 #include "quenloPgStatistics.h"
-#include "quenloPgUtils.h"
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wregister"
@@ -34,6 +34,9 @@ extern "C" {
 namespace set = qn::int4set;
 namespace setstats = qn::int4setstats;
 using SetColumn = setstats::SetColumn<palloc, pfree>;
+using qn::pg::PollInterrupts;
+using qn::pg::SetPayload;
+using qn::pg::setPayload;
 using qn::selectivity::clampProbability;
 
 namespace {
@@ -61,10 +64,6 @@ private:
 struct AnalyzeState {
     AnalyzeAttrComputeStatsFunc standardCompute;
     void* standardExtra;
-};
-
-struct PollAnalyze {
-    void operator()() const { CHECK_FOR_INTERRUPTS(); }
 };
 
 // A slot not taken by the server's own statistics, or -1.
@@ -108,7 +107,7 @@ void computeSetStats(VacAttrStats* s, AnalyzeAttrFetchFunc fetch, int samplerows
     const int membersSlot = runsSlot < 0 ? -1 : freeSlot(s, runsSlot + 1);
     if (membersSlot < 0) return;
     const int target = Max(s->minrows / 300, 1);  // the server asks 300 rows per unit of target
-    setstats::Gatherer<palloc, pfree, PollAnalyze> g(target, samplerows, PollAnalyze{});
+    setstats::Gatherer<palloc, pfree, PollInterrupts> g(target, samplerows, PollInterrupts{});
     for (int row = 0; row < samplerows; ++row) {
         CHECK_FOR_INTERRUPTS();
         bool isnull = false;
@@ -127,7 +126,7 @@ void computeSetStats(VacAttrStats* s, AnalyzeAttrFetchFunc fetch, int samplerows
                 PayloadRuns shape(data, size);
                 int64_t lo, hi, least = 0, greatest = 0;
                 uint64_t runs = 0;
-                qn::pgRangeArray::Poller<PollAnalyze> tick(PollAnalyze{});
+                qn::pgRangeArray::Poller<PollInterrupts> tick(PollInterrupts{});
                 while (shape.next(lo, hi)) {
                     if (runs++ == 0) least = lo;
                     greatest = hi;
@@ -244,18 +243,8 @@ bool loadSetColumn(VariableStatData* vd, Oid setType, Oid opfunc, SetColumn& col
     return ok;
 }
 
-// The payload of a constant int4set (detoasted, kept for the estimate).
-struct Payload {
-    const uint8_t* data;
-    size_t size;
-};
-Payload payloadOf(Datum d) {
-    const varlena* v = PG_DETOAST_DATUM_PACKED(d);
-    return {reinterpret_cast<const uint8_t*>(VARDATA_ANY(v)), VARSIZE_ANY_EXHDR(v)};
-}
-
 // Least and greatest members of a constant set; false when it is empty or unreadable.
-bool extremesOf(const Payload& p, int64_t& least, int64_t& greatest) {
+bool extremesOf(const SetPayload& p, int64_t& least, int64_t& greatest) {
     bool found = false;
     int32_t lo = 0, hi = 0;
     if (set::minMember(p.data, p.size, found, lo) != set::Status::Ok || !found) return false;
@@ -266,7 +255,7 @@ bool extremesOf(const Payload& p, int64_t& least, int64_t& greatest) {
 }
 
 // `set column <test> constant set`: shares of the non-null rows.
-double setAgainstSet(const SetColumn& col, Test t, const Payload& p) {
+double setAgainstSet(const SetColumn& col, Test t, const SetPayload& p) {
     const PayloadRuns runs(p.data, p.size);
     int64_t least = 0, greatest = 0;
     const bool nonEmpty = extremesOf(p, least, greatest);
@@ -312,14 +301,14 @@ double constantSelectivity(const SetColumn& col, double nullfrac, const Signatur
                 p = nonEmpty ? col.meets(setstats::SingleRun(r.lower, r.upper)) : 0.0;
             break;
         }
-        case Operand::Set: p = setAgainstSet(col, t, payloadOf(operand)); break;
+        case Operand::Set: p = setAgainstSet(col, t, setPayload(operand)); break;
     }
     return clampProbability(p) * (1.0 - nullfrac);
 }
 
 // A constant set as the operand of an int4 column's membership test.
 struct ConstantSet {
-    Payload p;
+    SetPayload p;
     bool contains(int32_t v) const {
         bool result = false;
         return set::containsValue(p.data, p.size, v, result) == set::Status::Ok && result;
@@ -344,7 +333,7 @@ double restriction(const Signature& sig, Oid opfunc, VariableStatData* vd, Node*
         qn::pg::PackedModel unused;
         bool haveModel = false;
         qn::pg::loadColumn(vd, INT4OID, opfunc, c, unused, haveModel);
-        return qn::selectivity::int4Selectivity(c, ConstantSet{payloadOf(operand)});
+        return qn::selectivity::int4Selectivity(c, ConstantSet{setPayload(operand)});
     }
     SetColumn col;
     double nullfrac = 0;
