@@ -47,12 +47,13 @@ Datum addRow(FunctionCallInfo fcinfo, set::AggOp op, const char* function, Add a
     PG_RETURN_POINTER(state);
 }
 
-// Transition of the set aggregates: the row's set.
+// Transition of the set aggregates: the row's set, detoasted in the caller's
+// per-row context (the accumulator copies what it keeps), so that a stored
+// set's copy does not stay in the aggregate's context until the group ends.
 Datum addSetRow(FunctionCallInfo fcinfo, set::AggOp op, const char* function) {
-    return addRow(fcinfo, op, function, [&](Accumulator& acc) {
-        const qn::pg::SetPayload row = qn::pg::setPayload(PG_GETARG_DATUM(1));
-        return acc.addSet(row.data, row.size, PollInterrupts{});
-    });
+    const qn::pg::SetPayload row = PG_ARGISNULL(1) ? qn::pg::SetPayload{} : qn::pg::setPayload(PG_GETARG_DATUM(1));
+    return addRow(fcinfo, op, function,
+                  [&](Accumulator& acc) { return acc.addSet(row.data, row.size, PollInterrupts{}); });
 }
 
 // The result so far with `room` bytes before the payload.
