@@ -94,19 +94,7 @@ void uniteContainers(Writer<A, F>& w, uint32_t key, Chunk* c, uint32_t m, ManySc
         return w.values(key, s.merged[m % 2], n);
     }
     std::memset(s.words, 0, sizeof s.words);
-    for (uint32_t k = 0; k < m; ++k) {
-        const uint8_t* b = c[k].bytes;
-        if (c[k].kind == KindBitmap) {
-            for (uint32_t i = 0; i < kBitmapWords; ++i) s.words[i] |= load64(b + 8 * i);
-        } else if (c[k].kind == KindRuns) {
-            for (uint32_t r = 0; r < c[k].count; ++r) setRun(s.words, load16(b + 4 * r), load16(b + 4 * r + 2));
-        } else {
-            for (uint32_t i = 0; i < c[k].count; ++i) {
-                const uint16_t x = load16(b + 2 * i);
-                s.words[x >> 6] |= uint64_t{1} << (x & 63);
-            }
-        }
-    }
+    for (uint32_t k = 0; k < m; ++k) setPlaces(s.words, c[k]);
     work += kBitmapWords;
     storeWords(s.bitmap, s.words);
     w.template bitmaps<WordOp::Only>(key, s.bitmap, s.bitmap);

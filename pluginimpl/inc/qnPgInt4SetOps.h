@@ -93,12 +93,11 @@ inline uint32_t toRuns(const Chunk& c, Run* out) {
     return m;
 }
 
-// The chunk as a bitmap in the stored byte order: a bitmap's own bytes, or the
-// chunk's bits built in w.
-inline const uint8_t* asBitmap(const Chunk& c, uint64_t* w) {
-    if (c.kind == KindBitmap) return c.bytes;
-    std::memset(w, 0, kBitmapBytes);
-    if (c.kind == KindArray) {
+// Sets the chunk's places in the bitmap words w (native order).
+inline void setPlaces(uint64_t* w, const Chunk& c) {
+    if (c.kind == KindBitmap) {
+        for (uint32_t i = 0; i < kBitmapWords; ++i) w[i] |= load64(c.bytes + 8 * i);
+    } else if (c.kind == KindArray) {
         for (uint32_t i = 0; i < c.count; ++i) {
             const uint32_t v = load16(c.bytes + 2 * i);
             w[v >> 6] |= uint64_t{1} << (v & 63);
@@ -106,6 +105,14 @@ inline const uint8_t* asBitmap(const Chunk& c, uint64_t* w) {
     } else {
         for (uint32_t i = 0; i < c.count; ++i) setRun(w, load16(c.bytes + 4 * i), load16(c.bytes + 4 * i + 2));
     }
+}
+
+// The chunk as a bitmap in the stored byte order: a bitmap's own bytes, or the
+// chunk's bits built in w.
+inline const uint8_t* asBitmap(const Chunk& c, uint64_t* w) {
+    if (c.kind == KindBitmap) return c.bytes;
+    std::memset(w, 0, kBitmapBytes);
+    setPlaces(w, c);
     auto* bytes = reinterpret_cast<uint8_t*>(w);
     for (uint32_t i = 0; i < kBitmapWords; ++i) store64(bytes + 8 * i, w[i]);  // in place: words to stored order
     return bytes;
