@@ -1,8 +1,8 @@
 // GIN keys of range arrays: whenever a test function is true of a stored array
 // and a query, the query's plan finds the row by its keys, for arrays of any
 // order and with inverted pairs (odd lengths and empty queries: gin.sql);
-// coverings keep the largest gaps; int4set keys, made from ranges as they are
-// read, find every set the int4set operators accept, the empty one included.
+// coverings keep the largest gaps. (int4set keys: int4set_index.sql, every
+// operator by index against a sequential scan.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -110,68 +110,6 @@ TEST(GinKeys, EveryRowATestAcceptsIsACandidate) {
             EXPECT_TRUE(found(plan, keys)) << "contains";
         }
         release(plan.entries);
-        if (::testing::Test::HasFailure()) return;
-    }
-}
-
-// A normalised set (ascending, apart): the spans of random pairs merged.
-std::vector<Range32> randomSet(std::mt19937& rng, size_t most) {
-    std::vector<Range32> pairs = randomPairs(rng, most);
-    for (Range32& r : pairs) r = spanOf(r);
-    std::sort(pairs.begin(), pairs.end(), [](Range32 a, Range32 b) { return a.lower < b.lower; });
-    std::vector<Range32> out;
-    for (const Range32& r : pairs)
-        if (!out.empty() && int64_t{r.lower} <= int64_t{out.back().upper} + 1)
-            out.back().upper = std::max(out.back().upper, r.upper);
-        else
-            out.push_back(r);
-    return out;
-}
-
-// Every range of `inner` lies in a range of `outer` (both normalised).
-bool setContains(const std::vector<Range32>& outer, const std::vector<Range32>& inner) {
-    return std::all_of(inner.begin(), inner.end(), [&](Range32 r) {
-        return std::any_of(outer.begin(), outer.end(), [&](Range32 o) { return o.lower <= r.lower && r.upper <= o.upper; });
-    });
-}
-
-TEST(GinKeys, EverySetAnInt4SetOperatorAcceptsIsACandidate) {
-    std::mt19937 rng(5);
-    for (int round = 0; round < 20000; ++round) {
-        const int finest = round % 9;
-        const std::vector<Range32> stored = randomSet(rng, round % 50 == 0 ? 3000 : 8);
-        size_t at = 0;
-        uint64_t count = 0;
-        int64_t* raw = storedSetKeys<allocate, release>(
-            [&](Range32& r) { return at < stored.size() ? (r = stored[at++], true) : false; }, finest, count, noPoll);
-        const std::set<int64_t> keys(raw, raw + count);
-        release(raw);
-        EXPECT_EQ(stored.empty(), keys.count(kEmptyKey) == 1);
-        const std::vector<Range32> query = round % 7 == 0 ? stored : randomSet(rng, round % 40 == 0 ? 200 : 4);
-
-        StreamCovering<allocate, release> covering(kMaxQueryRanges);
-        ASSERT_TRUE(covering.ok());
-        for (const Range32& r : query) covering.add(r);
-        uint64_t n = 0;
-        const Range32* ranges = covering.finish(n);
-        ASSERT_EQ(n, std::min<uint64_t>(query.size(), kMaxQueryRanges));
-        ASSERT_TRUE(setContains(std::vector<Range32>(ranges, ranges + n), query));
-        const bool overlaps = rangeListsOverlap(query.data(), query.data() + query.size(), stored.data(),
-                                                stored.data() + stored.size());
-        const struct {
-            Strategy strategy;
-            bool accepted;
-        } tests[] = {{OverlapsSet, overlaps}, {ContainsSet, setContains(stored, query)}, {ContainedInSet, setContains(query, stored)}};
-        for (const auto& t : tests) {
-            QueryPlan plan;
-            bool everyRow = false;
-            ASSERT_TRUE(planSetQuery<allocate>(t.strategy, ranges, n, finest, plan, everyRow));
-            EXPECT_EQ(everyRow, t.strategy == ContainsSet && query.empty());
-            if (t.accepted) {
-                EXPECT_TRUE(everyRow || found(plan, keys)) << "strategy " << t.strategy;
-            }
-            release(plan.entries);
-        }
         if (::testing::Test::HasFailure()) return;
     }
 }
